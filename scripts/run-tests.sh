@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Builds and runs every test: a normal build, then the same tests under
+# AddressSanitizer and UndefinedBehaviorSanitizer.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/setup-debian.sh
+jobs=$(nproc 2>/dev/null || echo 2)
+
+echo "== normal build =="
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build -j "$jobs"
+ctest --test-dir build -j "$jobs" --output-on-failure
+
+echo "== sanitizer build (address, undefined) =="
+cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DCOLUMNLOGS_SANITIZE=ON -DCOLUMNLOGS_BENCH=OFF >/dev/null
+cmake --build build-asan -j "$jobs"
+ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+  ctest --test-dir build-asan -j "$jobs" --output-on-failure
+
+if [ -x scripts/run-extra-checks.sh ]; then
+  bash scripts/run-extra-checks.sh
+fi
