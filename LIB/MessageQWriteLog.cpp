@@ -2,25 +2,7 @@
 
 #include <cstring>
 
-namespace {
-
-// Bounded copy that always terminates; 1 when the text fitted whole.
-int fCopyCut(char* l_pstrDst, size_t l_nSize, const char* l_pstrSrc) {
-  if (l_pstrSrc == nullptr) {
-    l_pstrDst[0] = '\0';
-    return 1;
-  }
-  size_t l_nLen = strnlen(l_pstrSrc, l_nSize);
-  if (l_nLen >= l_nSize) {
-    memcpy(l_pstrDst, l_pstrSrc, l_nSize - 1);
-    l_pstrDst[l_nSize - 1] = '\0';
-    return 0;
-  }
-  memcpy(l_pstrDst, l_pstrSrc, l_nLen + 1);
-  return 1;
-}
-
-}  // namespace
+#include "CommonFunc.h"
 
 MessageQWriteLog::MessageQWriteLog() : m_strCollectData{}, m_nLine(0), m_strFileName{} {}
 
@@ -28,8 +10,9 @@ int MessageQWriteLog::fSetCollectWriteData(int l_nLine, char* l_pstrFileName, ch
   memset(m_strCollectData, 0, sizeof(m_strCollectData));
   memset(m_strFileName, 0, sizeof(m_strFileName));
   m_nLine = l_nLine;
-  int l_nFileWhole = fCopyCut(m_strFileName, sizeof(m_strFileName), l_pstrFileName);
-  int l_nDataWhole = fCopyCut(m_strCollectData, sizeof(m_strCollectData), l_pstrCollectData);
+  // fgStrCopy stores a null source as an empty text.
+  const int l_nFileWhole = fgStrCopy(m_strFileName, sizeof(m_strFileName), l_pstrFileName);
+  const int l_nDataWhole = fgStrCopy(m_strCollectData, sizeof(m_strCollectData), l_pstrCollectData);
   return (l_nFileWhole == 1 && l_nDataWhole == 1) ? 1 : 0;
 }
 

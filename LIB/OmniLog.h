@@ -150,6 +150,9 @@ class COmniLog {
   void fOldLogFileSweep(time_t l_tValidDayTime);
   // Current time from the clock.
   time_t fNow() const;
+  // Formats `l_tTime` as local time by `l_nMode` (1 date, 2 time of day,
+  // 3 both) into `l_pstrOut` (at least 16 bytes). 1 when formatted, else 0.
+  static int fFormatTime(time_t l_tTime, char* l_pstrOut, int l_nMode);
   // Appends one formatted record (both fWrite overloads end here).
   int fWriteRecord(const char* l_pstrRecord);
   // Queues one message for the writer thread (both fLogWrite overloads).
