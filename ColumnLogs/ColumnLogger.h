@@ -1,0 +1,167 @@
+// CColumnLogger: the one gatherer object of the agent. It owns the
+// configuration store and the four registries for the life of the process,
+// loads the monitoring configuration once, and runs the gather cycles that
+// read the watched logs, evaluate their column rules and write event files.
+//
+// Threads: everything runs on the main thread; nothing here locks.
+#pragma once
+
+#include <cstdio>
+#include <ctime>
+
+#include "CharPatternList.h"
+#include "ConfManager.h"
+#include "DatePatternList.h"
+#include "LogFileList.h"
+#include "NumPatternList.h"
+
+class CColumnLogger {
+ public:
+  // Creates the four registries, then sets the scalar defaults; clears the
+  // process-wide m_nNumFaFoundFlag.
+  CColumnLogger();
+  // Destroys the registries and the configuration store.
+  ~CColumnLogger();
+  CColumnLogger(const CColumnLogger&) = delete;
+  CColumnLogger& operator=(const CColumnLogger&) = delete;
+
+  // ---- start-up ----
+  // (Re)creates the configuration store for `path` and reads the whole file
+  // under its lock. 1 on success; 0 leaves m_pclConfManager null.
+  int fSetConfManager(char* path);
+
+  // ---- monitoring configuration ----
+  // Reads OUTPUT_PATH, LINE_WAIT_CNT and the LOG01_ .. LOG19_ entries into the
+  // registries. 0 when there is no store, or when one of the two global keys
+  // is missing or too long (reported on stderr and as a record); otherwise 1.
+  int fLoadConfInfo();
+  // Parses and registers one entry; works on (and may write NULs into) the
+  // caller's copies. 0 on success, -1 when registration fails, or the
+  // negative result of fPatternCheck. The eight arguments between the
+  // pattern value and the thresholds have no effect.
+  int fAddLogInfo(int l_nIndx, char* l_pstrLogFileName, char l_chCreateType, int l_nLogType,
+                  char* l_pstrLogFaultPattern, char* l_pstrStartPattern, char* l_pstrEndPattern,
+                  int l_nAllPatternCheck, int l_nSkipTime, char* l_pstrSkipPattern, char* l_pstrExec,
+                  char* l_pstrSaveFormat, char* l_pstrSaveFile, char* l_pstrSecLogLevelCnt,
+                  char* l_pstrDelimitor, char* l_pstrNumPattern, char* l_pstrCharPattern,
+                  char* l_pstrDatePattern);
+  // -1 when the line pattern value is null or longer than 2047 characters,
+  // otherwise 0; leaves the 2048-byte message buffer empty.
+  int fPatternCheck(char* l_pstrPattern, char* l_pstrMsg);
+
+  // ---- log file resolution and opening ----
+  // Appends the expansion of `l_pstrLogFile` (date tokens in brackets become
+  // the current local date, or "?" wildcards for create type 0) to the
+  // 512-byte `l_pstrOutName`. 1 on success, -1 for an invalid name or one
+  // whose expansion does not fit.
+  int fLogFileNameConvert(char* l_pstrLogFile, char l_chCreateType, char* l_pstrOutName);
+  // Finest date unit a name uses: 0 none, 1 year .. 6 second; -1 invalid.
+  int fLogFileNameCheck(char* l_pstrLogFile);
+  // Opens the newest file matching the wildcard path in the 512-byte buffer
+  // and replaces the buffer by the chosen path. 1 with *l_ppstFd set, else -1.
+  int fLogFileOpen(char* l_pstrLogFile, FILE** l_ppstFd);
+  // Positions the open stream of a watched log by its log type and saved
+  // offset. 1 when there is something new to read, else -1.
+  int fFilePointSeek(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_ppstFd);
+
+  // ---- gather cycle ----
+  // One gather cycle over every watched log. Always 1.
+  int fLogGather();
+  // Tests `l_pstrString` against compiled line pattern slot `l_nPatternIndex`:
+  // -1 when the record or slot is null, 0 when the text is null or no match, 1 on a match.
+  int fPattComp(ST_LOGFILE_INFO* l_pstLogFileInfo, int l_nPatternIndex, char* l_pstrString);
+  // Hooks with fixed results, kept for the entry format's unused fields.
+  int fStartPTCK(ST_LOGFILE_INFO* l_pstLogFileInfo, char* l_pstrString);
+  int fEndPTCK(ST_LOGFILE_INFO* l_pstLogFileInfo, char* l_pstrString);
+  int fVarSetLog(ST_LOGFILE_INFO* l_pstLogFileInfo);
+  int fSkipSetLog(ST_LOGFILE_INFO* l_pstLogFileInfo);
+  int fSearchDLogMsg(ST_LOGFILE_INFO* l_pstLogFileInfo, char* l_pstrString);
+  char* fSearchVarValue(char* l_pstrString, ST_LOGFILE_INFO* l_pstLogFileInfo);
+
+  // ---- column rule evaluation (on the current line in l_pstrLineBuf) ----
+  // Cuts the current line into columns and applies every rule of watched
+  // log `l_nIndx`; then runs the lines-per-second check. Returns 1.
+  int fColumnIndexFind(int l_nIndx, int l_nSecLogCntFaultLevel, int l_nSecLogCount);
+  // -1 when the value text holds a letter, otherwise 1 (fired or not).
+  int fColumnFaultSearchNum(ST_NUM_PATTERN_LIST* l_pstNumPatternList, char* l_pstrColumnP);
+  int fColumnFaultSearchChar(ST_CHAR_PATTERN_LIST* l_pstCharPatternList, char* l_pstrColumnP);
+  int fColumnFaultSearchDate(ST_DATE_PATTERN_LIST* l_pstDatePatternList, char* l_pstrColumnP);
+  // Sets m_nNewTime from the two characters under the first "ss" of the date layouts.
+  int fConvertDateToInt();
+  // -1 when the rule or slot is null, 0 when the text is null or no match, 1 on a match.
+  int fPattCompforChar(ST_CHAR_PATTERN_LIST* l_pstCharPatternList, int l_nPatternIndex, char* l_pstrString);
+
+  // ---- event output ----
+  // Append one rule event (type 1 numeric, 2 text) to the cycle's event
+  // file. 1 written, -1 when the file cannot be opened (counters advance anyway).
+  int fMakeOutFile(ST_NUM_PATTERN_LIST* l_pstNumPatternList, int l_nType, char* l_pstrValueMsg);
+  int fMakeOutFile(ST_CHAR_PATTERN_LIST* l_pstCharPatternList, int l_nType, char* l_pstrValueMsg);
+  // Appends a complete, preformatted event line. 1 or -1 as above.
+  int fMakeOutFile(char* l_pstrValueMsg);
+  // Entries in the output directory ("." and ".." not counted), -1 when it
+  // cannot be listed.
+  int fCheckLimitFile();
+
+  // Fields, in their fixed order.
+  CConfManager* m_pclConfManager;           // configuration store; owned; null until fSetConfManager succeeds
+  CLogFileList* m_pclLogFileList;           // watched logs; owned
+  CNumPatternList* m_pclNumPatternList;     // numeric column rules; owned
+  CCharPatternList* m_pclCharPatternList;   // text column rules; owned
+  CDatePatternList* m_pclDatePatternList;   // date column rules; owned
+  time_t m_tRctGtrTime;                     // end time of the last completed gather cycle
+  time_t m_nInterval;                       // unused
+  int m_nSeqID;                             // 0 at the start of every cycle; not read
+  int m_nOldTime;                           // time key (seconds value) of the previous evaluated line
+  int m_nNewTime;                           // time key of the current line
+  int m_nSameTimeCnt;                       // evaluated lines that carried m_nOldTime
+  int m_nFaultSendIncrease;                 // events written for the current watched log this cycle
+  int m_nFaultSendLimit;                    // lines are evaluated while m_nFaultSendIncrease <= this (100)
+  int m_nFaultFoundFlag;                    // 1 once an event was written this cycle: hand the file off
+  int m_nLineWaitTime;                      // LINE_WAIT_CNT; stored only
+  int m_nTokFlag;                           // 1: one column delimiter; 2: two
+  long m_lOriginalBufSize;                  // size in bytes of m_pstrOriginalBuf
+  char m_vstrSplit[2][4];                   // [0] tilde separator 03 1F 7E, [1] bar separator 03 1F 7C
+  char m_strOutPutPath[512];                // OUTPUT_PATH, a plain prefix ending with "/"
+  char m_strOutPutFileName[512];            // this cycle's "ing_" event file
+  char m_strSystem[512];                    // this cycle's close-out command
+  char m_strLogDate[256];                   // date columns of the current line, each + one blank
+  char m_strPatternLogDate[256];            // their layouts, each + one blank
+  char* m_pstrOriginalBuf;                  // column buffer of the current cycle; owned; null between cycles
+
+ private:
+  // Pieces of one watched log's turn in a gather cycle.
+  int fOpenForTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_ppstFd, char* l_pstrOpenName);
+  void fSetDelimitors(ST_LOGFILE_INFO* l_pstLogFileInfo);
+  void fReadTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd, char* l_pstrOpenName, long* l_plPieces,
+                 long* l_plUnfinished);
+  void fOfferLine(ST_LOGFILE_INFO* l_pstLogFileInfo, char* l_pstrOpenName);
+  int fLineFilter(ST_LOGFILE_INFO* l_pstMember, char* l_pstrOpenName);
+  void fSaveGroupOffset(ST_LOGFILE_INFO* l_pstLogFileInfo, long l_lOffSet);
+  int fGrowCycleBuffers(long l_lNeed);
+  void fReleaseCycleBuffers();
+  // evaluation and output helpers
+  // End of a line: feeds the time key to the lines-per-second count and
+  // writes at most one line-rate event for watched log `l_nIndx`.
+  void fLineRateCheck(int l_nIndx);
+  // Formats a rule event line in full and appends it. 1 or -1.
+  int fAppendRuleEvent(int l_nIndex, int l_nType, int l_nFaultLevel, int l_nColumnNum, const char* l_pstrValueMsg);
+  // One fopen("a+")/write/fclose of `l_nLen` bytes on the cycle's event file.
+  // 1 written, -1 when the file cannot be opened or the write fails.
+  int fAppendEvent(const char* l_pstrLine, size_t l_nLen);
+};
+
+// Creates or replaces g_pclOmniLog from LOG_PATH, LOG_VALIDDAY and LOG_MODE
+// and sets g_nPrint from PRINT. 0 when the store is null or a logging key is
+// missing ("LOG_VALIDDAY is NULL\n" / "LOG_MODE is NULL\n" on stderr), else 1.
+int fMakeOmniLog(CConfManager* l_pclConfManager);
+
+// Process-wide state of the gatherer (one set for the whole process).
+extern char* l_pstrLineBuf;            // line accumulator; the line text starts after 28 zero bytes
+extern char m_chDilimitor1;            // first column delimiter of the log being read
+extern char m_chDilimitor2;            // second column delimiter (mode 2)
+extern int m_nCntFaultArray[5];        // lines-per-second threshold per fault level, -1 none
+extern int m_nNumFaFoundFlag;          // 1 once a numeric rule fired in the current run
+extern char m_strOldLogDate[256];      // date text of the previous evaluated line
+
+// The current line text inside the accumulator (null between cycles).
+inline char* fgCurrentLine() { return l_pstrLineBuf != nullptr ? l_pstrLineBuf + 28 : nullptr; }

@@ -1,0 +1,328 @@
+// Loading the monitoring configuration: OUTPUT_PATH, LINE_WAIT_CNT and the
+// LOG01_ .. LOG19_ entries with their line patterns and column rules.
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+
+#include "ColumnLogger.h"
+#include "CommonConst.h"
+#include "CommonFunc.h"
+#include "NString.h"
+#include "OmniLog.h"
+
+namespace {
+
+constexpr int OUTPUT_PATH_MAX = 511;
+constexpr int LINE_WAIT_CNT_MAX = 63;
+constexpr int PATTERN_VALUE_MAX = 2047;
+constexpr int RULE_TEXT_MAX = 63;  // text before / after a numeric value
+
+// The keys of one watched-log entry, in the order they are fetched, with the
+// longest value each buffer takes (0: parsed as a number, no buffer).
+enum EN_ENTRY_KEY { KEY_NAME, KEY_TYPE, KEY_CHECK_TYPE, KEY_SECLOG, KEY_DELIMITOR, KEY_NUMBER, KEY_CHAR, KEY_DATE,
+                    KEY_PATTERN, KEY_COUNT };
+struct ST_ENTRY_KEY {
+  const char* m_pstrSuffix;
+  size_t m_nMaxLen;
+};
+const ST_ENTRY_KEY ENTRY_KEYS[KEY_COUNT] = {
+    {"NAME", 511},          {"TYPE", 0},           {"CHECK_TYPE", 0},   {"SECLOG_LEVEL_CNT", 127},
+    {"DELIMITOR", 31},      {"NUMBER_PATTERN", 511}, {"CHAR_PATTERN", 511}, {"DATE_PATTERN", 511},
+    {"PATTERN", PATTERN_VALUE_MAX},
+};
+
+// Fields per entry of each multi-part value.
+constexpr int SECLOG_FIELDS = 2;
+constexpr int NUMBER_FIELDS = 6;
+constexpr int CHAR_FIELDS = 4;
+constexpr int DATE_FIELDS = 2;
+
+// A refused entry or key is named on stderr and in the diagnostic log.
+void fReportRejected(int l_nIndx, const char* l_pstrSuffix, const char* l_pstrFormat, ...)
+    __attribute__((format(printf, 3, 4)));
+void fReportRejected(int l_nIndx, const char* l_pstrSuffix, const char* l_pstrFormat, ...) {
+  char l_strReason[512] = {0};
+  va_list l_vaArgs;
+  va_start(l_vaArgs, l_pstrFormat);
+  vsnprintf(l_strReason, sizeof(l_strReason), l_pstrFormat, l_vaArgs);
+  va_end(l_vaArgs);
+  fprintf(stderr, "LOG%02d_%s rejected: %s\n", l_nIndx, l_pstrSuffix, l_strReason);
+  fgLogRecord(3, "LOG", "LOG%02d_%s rejected: %s", l_nIndx, l_pstrSuffix, l_strReason);
+}
+
+// Cuts `l_pstrEntry` at `l_pstrSep` into at most `l_nMax` fields; returns
+// how many were found. Writes NULs into the entry.
+int fSplitFields(char* l_pstrEntry, char* l_pstrSep, char** l_ppstrFields, int l_nMax) {
+  char* l_pstrSave = nullptr;
+  int l_nCount = 0;
+  for (char* l_pstrField = Nstrstrtok(l_pstrEntry, l_pstrSep, &l_pstrSave); l_pstrField != nullptr && l_nCount < l_nMax;
+       l_pstrField = Nstrstrtok(nullptr, l_pstrSep, &l_pstrSave)) {
+    l_ppstrFields[l_nCount++] = l_pstrField;
+  }
+  return l_nCount;
+}
+
+// Walks the entries of a rule or threshold value divided by `l_pstrSep`,
+// stopping at the end or at the first empty entry, and calls `fOnEntry`
+// with each entry's fields (cut at `l_pstrFieldSep`) and their count. Stops
+// early when fOnEntry returns false. Writes NULs into the value.
+template <typename F>
+void fWalkEntries(char* l_pstrValue, char* l_pstrSep, char* l_pstrFieldSep, int l_nMaxFields, F fOnEntry) {
+  char* l_pstrSave = nullptr;
+  for (char* l_pstrEntry = Nstrstrtok(l_pstrValue, l_pstrSep, &l_pstrSave); l_pstrEntry != nullptr && *l_pstrEntry != '\0';
+       l_pstrEntry = Nstrstrtok(nullptr, l_pstrSep, &l_pstrSave)) {
+    char* l_vpstrFields[NUMBER_FIELDS] = {nullptr};
+    const int l_nFound = fSplitFields(l_pstrEntry, l_pstrFieldSep, l_vpstrFields, l_nMaxFields);
+    if (!fOnEntry(l_vpstrFields, l_nFound)) return;
+  }
+}
+
+int fToInt(const char* l_pstrText) { return static_cast<int>(strtol(l_pstrText, nullptr, 10)); }
+
+}  // namespace
+
+int CColumnLogger::fPatternCheck(char* l_pstrPattern, char* l_pstrMsg) {
+  if (l_pstrMsg != nullptr) l_pstrMsg[0] = '\0';
+  if (l_pstrPattern == nullptr || strlen(l_pstrPattern) > static_cast<size_t>(PATTERN_VALUE_MAX)) return -1;
+  return 0;
+}
+
+int CColumnLogger::fLoadConfInfo() {
+  fgLogRecord(3, "LOG", "fLoadConfInfo start");
+  if (m_pclConfManager == nullptr) return 0;
+
+  // The two global keys are required: without them the agent would write its
+  // events to an unintended place, so it refuses to start.
+  char* l_pstrOutPath = m_pclConfManager->fGetOpt(const_cast<char*>("OUTPUT_PATH"));
+  char* l_pstrWaitCnt = m_pclConfManager->fGetOpt(const_cast<char*>("LINE_WAIT_CNT"));
+  const struct {
+    const char* m_pstrKey;
+    const char* m_pstrValue;
+    size_t m_nMaxLen;
+  } l_vstGlobals[] = {{"OUTPUT_PATH", l_pstrOutPath, OUTPUT_PATH_MAX}, {"LINE_WAIT_CNT", l_pstrWaitCnt, LINE_WAIT_CNT_MAX}};
+  for (const auto& l_stGlobal : l_vstGlobals) {
+    if (l_stGlobal.m_pstrValue == nullptr) {
+      fprintf(stderr, "%s is NULL\n", l_stGlobal.m_pstrKey);
+      fgLogRecord(3, "LOG", "%s is NULL", l_stGlobal.m_pstrKey);
+      return 0;
+    }
+    const size_t l_nLen = strlen(l_stGlobal.m_pstrValue);
+    if (l_nLen > l_stGlobal.m_nMaxLen) {
+      fprintf(stderr, "%s is too long (%zu characters, at most %zu)\n", l_stGlobal.m_pstrKey, l_nLen,
+              l_stGlobal.m_nMaxLen);
+      fgLogRecord(3, "LOG", "%s is too long (%zu characters, at most %zu)", l_stGlobal.m_pstrKey, l_nLen,
+                  l_stGlobal.m_nMaxLen);
+      return 0;
+    }
+  }
+  memset(m_strOutPutPath, 0, sizeof(m_strOutPutPath));
+  fgStrCopy(m_strOutPutPath, sizeof(m_strOutPutPath), l_pstrOutPath);
+  m_nLineWaitTime = fToInt(l_pstrWaitCnt);
+
+  for (int l_nIndx = 1; l_nIndx <= MAX_WATCHED_LOGS; ++l_nIndx) {
+    char* l_vpstrValues[KEY_COUNT] = {nullptr};
+    bool l_bComplete = true;
+    for (int l_nKey = 0; l_nKey < KEY_COUNT && l_bComplete; ++l_nKey) {
+      char l_strKey[64];
+      snprintf(l_strKey, sizeof(l_strKey), "LOG%02d_%s", l_nIndx, ENTRY_KEYS[l_nKey].m_pstrSuffix);
+      l_vpstrValues[l_nKey] = m_pclConfManager->fGetOpt(l_strKey);
+      l_bComplete = l_vpstrValues[l_nKey] != nullptr;
+    }
+    if (!l_bComplete) continue;  // an incomplete entry is skipped without a message
+
+    bool l_bFits = true;
+    for (int l_nKey = 0; l_nKey < KEY_COUNT && l_bFits; ++l_nKey) {
+      const size_t l_nLen = strlen(l_vpstrValues[l_nKey]);
+      if (ENTRY_KEYS[l_nKey].m_nMaxLen > 0 && l_nLen > ENTRY_KEYS[l_nKey].m_nMaxLen) {
+        fReportRejected(l_nIndx, ENTRY_KEYS[l_nKey].m_pstrSuffix, "value of %zu characters, at most %zu",
+                        l_nLen, ENTRY_KEYS[l_nKey].m_nMaxLen);
+        l_bFits = false;
+      }
+    }
+    if (!l_bFits) continue;
+
+    // Private copies: registration writes NULs into them.
+    char l_strName[512], l_strSecLog[128], l_strDelimitor[32], l_strNumber[512], l_strChar[512], l_strDate[512];
+    char l_strPattern[2048];
+    fgStrCopy(l_strName, sizeof(l_strName), l_vpstrValues[KEY_NAME]);
+    fgStrCopy(l_strSecLog, sizeof(l_strSecLog), l_vpstrValues[KEY_SECLOG]);
+    fgStrCopy(l_strDelimitor, sizeof(l_strDelimitor), l_vpstrValues[KEY_DELIMITOR]);
+    fgStrCopy(l_strNumber, sizeof(l_strNumber), l_vpstrValues[KEY_NUMBER]);
+    fgStrCopy(l_strChar, sizeof(l_strChar), l_vpstrValues[KEY_CHAR]);
+    fgStrCopy(l_strDate, sizeof(l_strDate), l_vpstrValues[KEY_DATE]);
+    fgStrCopy(l_strPattern, sizeof(l_strPattern), l_vpstrValues[KEY_PATTERN]);
+    const int l_nLogType = fToInt(l_vpstrValues[KEY_TYPE]);
+    const char l_chCreateType = static_cast<char>(strtol(l_vpstrValues[KEY_CHECK_TYPE], nullptr, 10) & 0xFF);
+
+    if (g_nPrint == 1) {
+      fprintf(stderr,
+              "Index:%d, LogFileName:%s, CreateType:%d, LogType:%d, LogFaultPattern:%s, Start-Pattern:%s, "
+              "End-Pattern:%s, All-Pattern-Check:%d, SkipTime:%d, SkipPattern:%s, Exec:%s, SaveFormat:%s, "
+              "SaveFile:%s\n",
+              l_nIndx, l_strName, static_cast<int>(l_chCreateType), l_nLogType, l_strPattern, "NULL", "NULL", 0,
+              0, "NULL", "NULL", "NULL", "NULL");
+    }
+    char l_strNull[] = "NULL";
+    fAddLogInfo(l_nIndx, l_strName, l_chCreateType, l_nLogType, l_strPattern, l_strNull, l_strNull, 0, 0, l_strNull,
+                l_strNull, l_strNull, l_strNull, l_strSecLog, l_strDelimitor, l_strNumber, l_strChar, l_strDate);
+  }
+
+  fgLogRecord(3, "LOG", "fLoadConfInfo end");
+  return 1;
+}
+
+namespace {
+
+// The multi-part values of an entry and the shape of their entries.
+enum EN_RULE_VALUE { VALUE_SECLOG, VALUE_NUMBER, VALUE_CHAR, VALUE_DATE };
+const struct {
+  const char* m_pstrSuffix;
+  int m_nFields;
+} RULE_VALUES[] = {{"SECLOG_LEVEL_CNT", SECLOG_FIELDS},
+                   {"NUMBER_PATTERN", NUMBER_FIELDS},
+                   {"CHAR_PATTERN", CHAR_FIELDS},
+                   {"DATE_PATTERN", DATE_FIELDS}};
+
+// Checks the shape of one multi-part value before anything of the entry is
+// registered, so that an entry is either taken whole or refused whole: every
+// entry has all its fields, fault levels are 0 to 4, and the texts around a
+// numeric value fit their 64-byte buffers. Works on a copy; false (after the
+// report) when the value is refused.
+bool fCheckRuleValue(int l_nIndx, EN_RULE_VALUE l_enKind, const char* l_pstrValue, char* l_pstrSep,
+                     char* l_pstrFieldSep) {
+  if (strcmp(l_pstrValue, "NULL") == 0) return true;
+  const char* l_pstrSuffix = RULE_VALUES[l_enKind].m_pstrSuffix;
+  const int l_nFields = RULE_VALUES[l_enKind].m_nFields;
+  char l_strCopy[512];
+  fgStrCopy(l_strCopy, sizeof(l_strCopy), l_pstrValue);
+  bool l_bGood = true;
+  int l_nEntry = 0;
+  fWalkEntries(l_strCopy, l_pstrSep, l_pstrFieldSep, l_nFields, [&](char** l_ppstrFields, int l_nFound) {
+    ++l_nEntry;
+    if (l_nFound < l_nFields) {
+      fReportRejected(l_nIndx, l_pstrSuffix, "entry %d has %d field(s), %d needed", l_nEntry, l_nFound, l_nFields);
+      l_bGood = false;
+    } else if (l_enKind == VALUE_SECLOG) {
+      const int l_nLevel = fToInt(l_ppstrFields[0]);
+      if (l_nLevel < 0 || l_nLevel >= FAULT_LEVELS) {
+        fReportRejected(l_nIndx, l_pstrSuffix, "entry %d has fault level %d, outside 0 to 4", l_nEntry, l_nLevel);
+        l_bGood = false;
+      }
+    } else if (l_enKind == VALUE_NUMBER) {
+      for (int l_nField = 4; l_nField < NUMBER_FIELDS && l_bGood; ++l_nField) {
+        if (strlen(l_ppstrFields[l_nField]) > static_cast<size_t>(RULE_TEXT_MAX)) {
+          fReportRejected(l_nIndx, l_pstrSuffix, "entry %d field %d longer than %d characters", l_nEntry,
+                          l_nField + 1, RULE_TEXT_MAX);
+          l_bGood = false;
+        }
+      }
+    }
+    return l_bGood;
+  });
+  return l_bGood;
+}
+
+}  // namespace
+
+int CColumnLogger::fAddLogInfo(int l_nIndx, char* l_pstrLogFileName, char l_chCreateType, int l_nLogType,
+                               char* l_pstrLogFaultPattern, char* /*l_pstrStartPattern*/, char* /*l_pstrEndPattern*/,
+                               int /*l_nAllPatternCheck*/, int /*l_nSkipTime*/, char* /*l_pstrSkipPattern*/,
+                               char* /*l_pstrExec*/, char* /*l_pstrSaveFormat*/, char* /*l_pstrSaveFile*/,
+                               char* l_pstrSecLogLevelCnt, char* l_pstrDelimitor, char* l_pstrNumPattern,
+                               char* l_pstrCharPattern, char* l_pstrDatePattern) {
+  char* const l_pstrTilde = m_vstrSplit[0];
+  char* const l_pstrBar = m_vstrSplit[1];
+
+  char l_strMsg[2048] = {0};
+  const int l_nCheck = fPatternCheck(l_pstrLogFaultPattern, l_strMsg);
+  if (l_nCheck < 0) {
+    fprintf(stderr, "add log failed : pattern syntax error(error no : %d, %s)\n", l_nCheck, l_strMsg);
+    fgLogRecord(3, "LOG", "add log failed : pattern syntax error(error no : %d, %s)", l_nCheck, l_strMsg);
+    return l_nCheck;
+  }
+  if (l_pstrLogFileName == nullptr || l_pstrSecLogLevelCnt == nullptr || l_pstrDelimitor == nullptr ||
+      l_pstrNumPattern == nullptr || l_pstrCharPattern == nullptr || l_pstrDatePattern == nullptr) {
+    return -1;
+  }
+  if (!fCheckRuleValue(l_nIndx, VALUE_SECLOG, l_pstrSecLogLevelCnt, l_pstrBar, l_pstrTilde) ||
+      !fCheckRuleValue(l_nIndx, VALUE_NUMBER, l_pstrNumPattern, l_pstrBar, l_pstrTilde) ||
+      !fCheckRuleValue(l_nIndx, VALUE_CHAR, l_pstrCharPattern, l_pstrBar, l_pstrTilde) ||
+      !fCheckRuleValue(l_nIndx, VALUE_DATE, l_pstrDatePattern, l_pstrBar, l_pstrTilde)) {
+    return -1;
+  }
+
+  if (m_pclLogFileList->fAddLogFile(l_nIndx, l_pstrLogFileName, l_chCreateType, l_nLogType) != 1) return -1;
+
+  for (int& l_nThreshold : m_nCntFaultArray) l_nThreshold = -1;
+  int l_nLastLevel = 0;
+  int l_nLastCount = 0;
+  if (strcmp(l_pstrSecLogLevelCnt, "NULL") != 0) {
+    fWalkEntries(l_pstrSecLogLevelCnt, l_pstrBar, l_pstrTilde, SECLOG_FIELDS, [&](char** l_ppstrFields, int) {
+      l_nLastLevel = fToInt(l_ppstrFields[0]);
+      l_nLastCount = fToInt(l_ppstrFields[1]);
+      fgLogRecord(3, "LOG", "Cnt FaultLevel[%d][%d]", l_nLastLevel, l_nLastCount);
+      m_nCntFaultArray[l_nLastLevel] = l_nLastCount;
+      return true;
+    });
+  }
+
+  if (m_pclLogFileList->fAddLogPattern(l_nIndx, l_pstrLogFaultPattern, l_nLastLevel, l_nLastCount, l_pstrDelimitor) !=
+      1) {
+    m_pclLogFileList->fDelLogFile(l_nIndx);
+    fgLogRecord(3, "LOG", "add log pattern failed : pattern syntax error(error : %s)", l_pstrLogFaultPattern);
+    return -1;
+  }
+  if (g_nPrint == 1) fprintf(stderr, "add log pattern success!!\n");
+  fgLogRecord(3, "LOG", "Delimitor[%s]", l_pstrDelimitor);
+
+  if (strcmp(l_pstrNumPattern, "NULL") == 0) {
+    fgLogRecord(3, "LOG", "NumPattern -> NULL");
+  } else {
+    fWalkEntries(l_pstrNumPattern, l_pstrBar, l_pstrTilde, NUMBER_FIELDS, [&](char** l_ppstrFields, int) {
+      const int l_nColumn = fToInt(l_ppstrFields[0]);
+      const int l_nLevel = fToInt(l_ppstrFields[1]);
+      const int l_nValue = fToInt(l_ppstrFields[2]);
+      const float l_fValue = static_cast<float>(strtod(l_ppstrFields[2], nullptr));
+      const int l_nDecide = strchr(l_ppstrFields[2], '.') != nullptr ? 2 : 1;
+      const int l_nCompare = fToInt(l_ppstrFields[3]);
+      char l_strExt1[64], l_strExt2[64];
+      fgStrCopy(l_strExt1, sizeof(l_strExt1), l_ppstrFields[4]);
+      fgStrCopy(l_strExt2, sizeof(l_strExt2), l_ppstrFields[5]);
+      fgLogRecord(3, "LOG", "NumPattern [%d][%d][%d][%d][%d][%s][%s]", l_nIndx, l_nColumn, l_nLevel, l_nValue,
+                  l_nCompare, l_strExt1, l_strExt2);
+      m_pclNumPatternList->fAddLinkedList(l_nIndx, l_nColumn, l_nLevel, l_nDecide, l_nValue, l_fValue, l_nCompare,
+                                          l_strExt1, l_strExt2);
+      return true;
+    });
+  }
+
+  if (strcmp(l_pstrCharPattern, "NULL") == 0) {
+    fgLogRecord(3, "LOG", "CharPattern -> NULL");
+  } else {
+    fWalkEntries(l_pstrCharPattern, l_pstrBar, l_pstrTilde, CHAR_FIELDS, [&](char** l_ppstrFields, int) {
+      const int l_nColumn = fToInt(l_ppstrFields[0]);
+      const int l_nLevel = fToInt(l_ppstrFields[1]);
+      const int l_nCompare = fToInt(l_ppstrFields[3]);
+      char l_strText[512];
+      fgStrCopy(l_strText, sizeof(l_strText), l_ppstrFields[2]);
+      fgLogRecord(3, "LOG", "CharPattern [%d][%d][%d][%d][%s]", l_nIndx, l_nColumn, l_nLevel, l_nCompare, l_strText);
+      m_pclCharPatternList->fAddLinkedList(l_nIndx, l_nColumn, l_nLevel, l_nCompare, l_strText);
+      if (l_nCompare == 3) m_pclCharPatternList->fAddPatternLinkedList(l_nIndx, l_strText);
+      return true;
+    });
+  }
+
+  if (strcmp(l_pstrDatePattern, "NULL") == 0) {
+    fgLogRecord(3, "LOG", "DatePattern -> NULL");
+  } else {
+    fWalkEntries(l_pstrDatePattern, l_pstrBar, l_pstrTilde, DATE_FIELDS, [&](char** l_ppstrFields, int) {
+      const int l_nColumn = fToInt(l_ppstrFields[0]);
+      char l_strLayout[512];
+      fgStrCopy(l_strLayout, sizeof(l_strLayout), l_ppstrFields[1]);
+      fgLogRecord(3, "LOG", "DatePattern [%d][%d][%s]", l_nIndx, l_nColumn, l_strLayout);
+      m_pclDatePatternList->fAddLinkedList(l_nIndx, l_nColumn, l_strLayout);
+      return true;
+    });
+  }
+  return 0;
+}

@@ -1,0 +1,219 @@
+// Turning a configured watched-log name into the file to read now, opening it
+// and positioning the stream where reading resumes.
+#include <dirent.h>
+#include <fnmatch.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "ColumnLogger.h"
+#include "CommonConst.h"
+#include "CommonFunc.h"
+#include "LogFileName.h"
+#include "OmniLog.h"
+
+namespace {
+
+struct DirCloser {
+  void operator()(DIR* l_pstDir) const { closedir(l_pstDir); }
+};
+using DirHandle = std::unique_ptr<DIR, DirCloser>;
+
+// Log types: where reading starts.
+constexpr int LOG_TYPE_FROM_END = 0;     // first look at the end, then at the saved offset
+constexpr int LOG_TYPE_WHOLE_FILE = 1;   // always from the start
+constexpr int LOG_TYPE_FROM_START = 2;   // first look at the start, then at the saved offset
+
+// A failed first look still counts as the first look for types 0 and 2.
+void fMarkFirstLook(ST_LOGFILE_INFO* l_pstLogFileInfo) {
+  if (l_pstLogFileInfo->m_nFirstFlag == 0 &&
+      (l_pstLogFileInfo->m_nLogType == LOG_TYPE_FROM_END || l_pstLogFileInfo->m_nLogType == LOG_TYPE_FROM_START))
+    l_pstLogFileInfo->m_nFirstFlag = 1;
+}
+
+}  // namespace
+
+int CColumnLogger::fLogFileNameConvert(char* l_pstrLogFile, char l_chCreateType, char* l_pstrOutName) {
+  if (l_pstrLogFile == nullptr || l_pstrOutName == nullptr) return -1;
+  // The clock is read once per name, so that all groups of one name agree.
+  const time_t l_tNow = time(nullptr);
+  struct tm l_stNow;
+  localtime_r(&l_tNow, &l_stNow);
+  const size_t l_nUsed = strnlen(l_pstrOutName, NAME_BUF_SIZE);
+  const int l_nResult =
+      fgExpandLogFileName(l_pstrLogFile, l_chCreateType, &l_stNow, l_pstrOutName + l_nUsed, NAME_BUF_SIZE - l_nUsed);
+  switch (l_nResult) {
+    case LOGNAME_OK:
+      return 1;
+    case LOGNAME_NO_CLOSE:
+      fgLogRecord(3, "LOG", "[-3] log file name is invalid pattern : %s", l_pstrLogFile);
+      break;
+    case LOGNAME_BAD_TOKEN:
+      fgLogRecord(3, "LOG", "[-4] log file name is invalid pattern : %s", l_pstrLogFile);
+      break;
+    default:
+      fgLogRecord(3, "LOG", "[-5] log file name is too long : %s", l_pstrLogFile);
+      break;
+  }
+  l_pstrOutName[l_nUsed] = '\0';
+  return -1;
+}
+
+int CColumnLogger::fLogFileNameCheck(char* l_pstrLogFile) {
+  const int l_nResult = fgLogFileNameUnit(l_pstrLogFile);
+  if (l_nResult == LOGNAME_NO_CLOSE) {
+    fgLogRecord(3, "LOG", "[-1] log file name is invalid pattern : %s", l_pstrLogFile);
+    return -1;
+  }
+  if (l_nResult < 0) {
+    fgLogRecord(3, "LOG", "[-2] log file name is invalid pattern : %s", l_pstrLogFile);
+    return -1;
+  }
+  return l_nResult;
+}
+
+int CColumnLogger::fLogFileOpen(char* l_pstrLogFile, FILE** l_ppstFd) {
+  if (l_pstrLogFile == nullptr || l_ppstFd == nullptr) return -1;
+  const char* l_pstrSlash = strrchr(l_pstrLogFile, '/');
+  if (l_pstrSlash == nullptr) {
+    fgLogRecord(3, "LOG", "[-1] %s file open failed (log file path error)", l_pstrLogFile);
+    return -1;
+  }
+  char l_strDir[NAME_BUF_SIZE] = {0};
+  char l_strPattern[NAME_BUF_SIZE] = {0};
+  memcpy(l_strDir, l_pstrLogFile, static_cast<size_t>(l_pstrSlash - l_pstrLogFile) + 1);
+  fgStrCopy(l_strPattern, sizeof(l_strPattern), l_pstrSlash + 1);
+
+  struct stat l_stStat;
+  if (lstat(l_strDir, &l_stStat) != 0) {
+    const int l_nErr = errno;
+    fgLogRecord(3, "LOG", "[%d] %s file open fail (stat error : %s)", l_nErr, l_strDir, strerror(l_nErr));
+    return -1;
+  }
+  if (!S_ISDIR(l_stStat.st_mode)) {
+    fgLogRecord(3, "LOG", "[%d] %s file open fail(is not directory : %s)", ENOTDIR, l_strDir, strerror(ENOTDIR));
+    return -1;
+  }
+  DirHandle l_pstDir(opendir(l_strDir));
+  if (!l_pstDir) {
+    const int l_nErr = errno;
+    fgLogRecord(3, "LOG", "[%d] %s file open fail(can't open directory : %s)", l_nErr, l_strDir, strerror(l_nErr));
+    return -1;
+  }
+
+  // The newest match wins; among equal times the first in directory order.
+  char l_strChosen[NAME_BUF_SIZE] = {0};
+  time_t l_tChosen = 0;
+  const size_t l_nDirLen = strlen(l_strDir);
+  while (struct dirent* l_pstEntry = readdir(l_pstDir.get())) {
+    if (l_pstEntry->d_name[0] == '.') continue;
+    if (fnmatch(l_strPattern, l_pstEntry->d_name, 0) != 0) continue;
+    const size_t l_nNameLen = strlen(l_pstEntry->d_name);
+    if (l_nDirLen + l_nNameLen >= static_cast<size_t>(NAME_BUF_SIZE)) continue;  // its path would not fit
+    char l_strPath[NAME_BUF_SIZE];
+    memcpy(l_strPath, l_strDir, l_nDirLen);
+    memcpy(l_strPath + l_nDirLen, l_pstEntry->d_name, l_nNameLen + 1);
+    if (stat(l_strPath, &l_stStat) != 0 || l_stStat.st_mtime <= 0) continue;
+    if (l_stStat.st_mtime > l_tChosen) {
+      l_tChosen = l_stStat.st_mtime;
+      memcpy(l_strChosen, l_strPath, l_nDirLen + l_nNameLen + 1);
+    }
+  }
+  if (l_strChosen[0] == '\0') {
+    fgLogRecord(3, "LOG", "[-1] %s file open fail(can't find file)", l_strPattern);
+    return -1;
+  }
+  memcpy(l_pstrLogFile, l_strChosen, strlen(l_strChosen) + 1);
+  *l_ppstFd = fopen(l_pstrLogFile, "re");
+  if (*l_ppstFd == nullptr) {
+    const int l_nErr = errno;
+    fgLogRecord(3, "LOG", "[%d] %s log file open fail : %s", l_nErr, l_pstrLogFile, strerror(l_nErr));
+    return -1;
+  }
+  return 1;
+}
+
+int CColumnLogger::fFilePointSeek(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_ppstFd) {
+  if (l_pstLogFileInfo == nullptr || l_ppstFd == nullptr || *l_ppstFd == nullptr) return -1;
+  struct stat l_stStat;
+  if (stat(l_pstLogFileInfo->m_strLogingFile, &l_stStat) != 0) {
+    const int l_nErr = errno;
+    fgLogRecord(3, "LOG", "[%d] %s file point seek fail(stat error : %s)", l_nErr, l_pstLogFileInfo->m_strLogingFile,
+                strerror(l_nErr));
+    fMarkFirstLook(l_pstLogFileInfo);
+    return -1;
+  }
+  if (static_cast<long>(l_stStat.st_mtime) != l_pstLogFileInfo->m_lLogFileModifyTime) {
+    l_pstLogFileInfo->m_lLogFileModifyTime = static_cast<long>(l_stStat.st_mtime);
+    if (l_pstLogFileInfo->m_nLogType == LOG_TYPE_WHOLE_FILE) l_pstLogFileInfo->m_lOffSet = 0;
+  }
+  const long l_lSize = static_cast<long>(l_stStat.st_size);
+  int l_nSeek;
+  if (l_pstLogFileInfo->m_nFirstFlag == 1) {
+    // A file shorter than the offset was truncated or replaced: start over.
+    if (l_pstLogFileInfo->m_lOffSet > l_lSize) l_pstLogFileInfo->m_lOffSet = 0;
+    l_nSeek = fseek(*l_ppstFd, l_pstLogFileInfo->m_lOffSet, SEEK_SET);
+  } else {
+    l_nSeek = l_pstLogFileInfo->m_nLogType == LOG_TYPE_FROM_END ? fseek(*l_ppstFd, 0, SEEK_END)
+                                                                : fseek(*l_ppstFd, 0, SEEK_SET);
+    fMarkFirstLook(l_pstLogFileInfo);
+  }
+  if (l_nSeek != 0) return -1;
+  const long l_lPosition = ftell(*l_ppstFd);
+  if (l_lPosition == l_lSize) {
+    l_pstLogFileInfo->m_lOffSet = l_lPosition;
+    return -1;
+  }
+  return 1;
+}
+
+int CColumnLogger::fOpenForTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_ppstFd, char* l_pstrOpenName) {
+  memset(l_pstrOpenName, 0, NAME_BUF_SIZE);
+  const int l_nConvert = fLogFileNameConvert(l_pstLogFileInfo->m_strLogFile, l_pstLogFileInfo->m_chCreateType,
+                                             l_pstrOpenName);
+  const int l_nCreateType = static_cast<int>(l_pstLogFileInfo->m_chCreateType);
+  const int l_nOffSet = static_cast<int>(l_pstLogFileInfo->m_lOffSet);
+  if (g_nPrint == 1) {
+    fprintf(stderr, "GATHER LOG : %s[%d] <%s> --- offset = %d\n", l_pstLogFileInfo->m_strLogFile, l_nCreateType,
+            l_pstrOpenName, l_nOffSet);
+  }
+  fgLogRecord(3, "LOG", "log [%d] offset = [%d]", l_pstLogFileInfo->m_nIndx, l_nOffSet);
+  if (g_nPrint == 1) {
+    fgLogRecord(1, "LOG", "GATHER LOG : %s[%d] <%s> --- offset = %d", l_pstLogFileInfo->m_strLogFile, l_nCreateType,
+                l_pstrOpenName, l_nOffSet);
+  }
+  if (l_nConvert != 1) return -1;
+
+  if (l_pstLogFileInfo->m_chCreateType != 0) {
+    if (g_nPrint == 1) {
+      fprintf(stderr, "open file checking : [%d]%s\n", static_cast<int>(strlen(l_pstrOpenName)), l_pstrOpenName);
+      fgLogRecord(3, "LOG", "open file checking : [%d]%s", static_cast<int>(strlen(l_pstrOpenName)), l_pstrOpenName);
+    }
+    *l_ppstFd = fopen(l_pstrOpenName, "re");
+    if (*l_ppstFd == nullptr) {
+      const int l_nErr = errno;
+      fMarkFirstLook(l_pstLogFileInfo);
+      fgLogRecord(3, "LOG", "[%d] %s log file open fail : %s", l_nErr, l_pstrOpenName, strerror(l_nErr));
+      return -1;
+    }
+  } else if (fLogFileOpen(l_pstrOpenName, l_ppstFd) != 1) {
+    fMarkFirstLook(l_pstLogFileInfo);
+    return -1;
+  }
+
+  if (l_pstLogFileInfo->m_strLogingFile[0] == '\0' || strcmp(l_pstLogFileInfo->m_strLogingFile, l_pstrOpenName) != 0) {
+    fgStrCopy(l_pstLogFileInfo->m_strLogingFile, sizeof(l_pstLogFileInfo->m_strLogingFile), l_pstrOpenName);
+    l_pstLogFileInfo->m_lOffSet = 0;
+  }
+  if (g_nPrint == 1) fprintf(stderr, "LoggingFile Name : %s\n", l_pstLogFileInfo->m_strLogingFile);
+
+  if (fFilePointSeek(l_pstLogFileInfo, l_ppstFd) != 1) {
+    l_pstLogFileInfo->m_lLastGatherTime = static_cast<long>(time(nullptr));
+    fclose(*l_ppstFd);
+    *l_ppstFd = nullptr;
+    return -1;
+  }
+  return 1;
+}

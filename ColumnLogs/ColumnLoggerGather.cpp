@@ -1,0 +1,248 @@
+// The gather cycle: every watched log gets one turn in which its appended
+// lines are read, filtered by its line patterns and evaluated; entries that
+// watch the same file share one read.
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "ColumnLogger.h"
+#include "CommonConst.h"
+#include "CommonFunc.h"
+#include "EventFormat.h"
+#include "NString.h"
+#include "OmniLog.h"
+#include "StrPattern.h"
+
+namespace {
+
+constexpr long CYCLE_BUF_START = 256;  // starting capacity of the accumulator and column buffer
+
+// Capacity of the line accumulator (the text starts after 28 zero bytes).
+long g_lLineBufSize = 0;
+// Length of the accumulator's text in bytes (NUL bytes of the log included).
+long g_lLineLen = 0;
+
+bool fSameGroup(const ST_LOGFILE_INFO* l_pstA, const ST_LOGFILE_INFO* l_pstB) {
+  return l_pstB->m_nGatherFlag == 0 && l_pstA->m_chCreateType == l_pstB->m_chCreateType &&
+         l_pstA->m_nLogType == l_pstB->m_nLogType && strcmp(l_pstA->m_strLogFile, l_pstB->m_strLogFile) == 0;
+}
+
+// Reads one piece: at most l_nMax bytes, ending after a line end or earlier.
+// Returns its length (0 at the end of the file or on a read error).
+long fReadPiece(FILE* l_pstFd, char* l_pstrBuf, int l_nMax) {
+  long l_lLen = 0;
+  while (l_lLen < l_nMax) {
+    const int l_nCh = getc_unlocked(l_pstFd);
+    if (l_nCh == EOF) break;
+    l_pstrBuf[l_lLen++] = static_cast<char>(l_nCh);
+    if (l_nCh == '\n') break;
+  }
+  l_pstrBuf[l_lLen] = '\0';
+  return l_lLen;
+}
+
+}  // namespace
+
+int CColumnLogger::fPattComp(ST_LOGFILE_INFO* l_pstLogFileInfo, int l_nPatternIndex, char* l_pstrString) {
+  if (l_pstLogFileInfo == nullptr || l_nPatternIndex < 0 || l_nPatternIndex >= MAX_LINE_PATTERNS ||
+      l_pstLogFileInfo->m_vpclStrPattern[l_nPatternIndex] == nullptr)
+    return -1;
+  if (l_pstrString == nullptr) return 0;
+  return l_pstLogFileInfo->m_vpclStrPattern[l_nPatternIndex]->fPatternEx(l_pstrString) == 1 ? 1 : 0;
+}
+
+int CColumnLogger::fStartPTCK(ST_LOGFILE_INFO*, char*) { return 0; }
+int CColumnLogger::fEndPTCK(ST_LOGFILE_INFO*, char*) { return 0; }
+int CColumnLogger::fVarSetLog(ST_LOGFILE_INFO*) { return 1; }
+int CColumnLogger::fSkipSetLog(ST_LOGFILE_INFO*) { return 1; }
+int CColumnLogger::fSearchDLogMsg(ST_LOGFILE_INFO*, char*) { return 1; }
+char* CColumnLogger::fSearchVarValue(char*, ST_LOGFILE_INFO*) { return nullptr; }
+
+int CColumnLogger::fGrowCycleBuffers(long l_lNeed) {
+  // The accumulator grows at least by doubling, so a line of megabytes read
+  // in 255-byte pieces is not copied over and over.
+  long l_lNewSize = g_lLineBufSize + l_lNeed;
+  if (l_lNewSize < 2 * g_lLineBufSize) l_lNewSize = 2 * g_lLineBufSize;
+  char* l_pstrNew = new (std::nothrow) char[l_lNewSize]();
+  if (l_pstrNew == nullptr) return 0;
+  memcpy(l_pstrNew + LINE_RESERVED_BYTES, fgCurrentLine(), static_cast<size_t>(g_lLineLen));
+  delete[] l_pstrLineBuf;
+  l_pstrLineBuf = l_pstrNew;
+  g_lLineBufSize = l_lNewSize;
+  return 1;
+}
+
+void CColumnLogger::fReleaseCycleBuffers() {
+  delete[] l_pstrLineBuf;
+  l_pstrLineBuf = nullptr;
+  g_lLineBufSize = 0;
+  g_lLineLen = 0;
+  delete[] m_pstrOriginalBuf;
+  m_pstrOriginalBuf = nullptr;
+  m_lOriginalBufSize = 0;
+}
+
+void CColumnLogger::fSetDelimitors(ST_LOGFILE_INFO* l_pstLogFileInfo) {
+  char l_strDelimitor[64] = {0};
+  fgStrCopy(l_strDelimitor, sizeof(l_strDelimitor), l_pstLogFileInfo->m_strDelimitor);
+  char* l_pstrSave = nullptr;
+  const char* l_pstrFirst = Nstrstrtok(l_strDelimitor, m_vstrSplit[0], &l_pstrSave);
+  m_chDilimitor1 = l_pstrFirst != nullptr ? l_pstrFirst[0] : 0;
+  if (l_pstrSave == nullptr) {
+    // No tilde separator: the whole value names one delimiter character.
+    m_chDilimitor2 = 0;
+    m_nTokFlag = 1;
+    return;
+  }
+  m_chDilimitor2 = l_pstrSave[0];
+  m_nTokFlag = strcmp(l_pstrSave, "NULL") == 0 ? 1 : 2;
+}
+
+int CColumnLogger::fLineFilter(ST_LOGFILE_INFO* l_pstMember, char* l_pstrOpenName) {
+  if (g_nPrint == 1) fprintf(stderr, "[%s]Log file : %s\n", l_pstMember->m_strLogFile, l_pstrOpenName);
+  fgStrCopy(l_pstMember->m_strLogingFile, sizeof(l_pstMember->m_strLogingFile), l_pstrOpenName);
+  char* const l_pstrLine = fgCurrentLine();
+  for (int l_nSlot = 0; l_nSlot < MAX_LINE_PATTERNS; ++l_nSlot) {
+    const char* l_pstrPattern = l_pstMember->m_vstrLogPattern[l_nSlot];
+    if (g_nPrint == 1) fprintf(stderr, "Pattern... Index : %d - %s\n", l_nSlot, l_pstrPattern);
+    if (strcmp(l_pstrPattern, "NULL") == 0) return 1;
+    if (l_pstrPattern[0] == '\0') return 0;
+    const int l_nResult = fPattComp(l_pstMember, l_nSlot, l_pstrLine);
+    if (g_nPrint == 1 && g_pclOmniLog != nullptr) {
+      fgLogRecord(3, "LOG", "LOG PATTERN [index:%d], [grade:%d], [pattern:%s], [comp result:%d]", l_nSlot,
+                  l_pstMember->m_vnFaultGrade[l_nSlot], l_pstrPattern, l_nResult);
+    }
+    if (l_nResult == 1) {
+      if (g_nPrint == 1 && g_pclOmniLog != nullptr) fgLogRecord(3, "LOG", "LOG REGULA COMPARE RESULT : TRUE");
+      return 1;
+    }
+  }
+  return 0;
+}
+
+void CColumnLogger::fOfferLine(ST_LOGFILE_INFO* l_pstLogFileInfo, char* l_pstrOpenName) {
+  for (ST_LOGFILE_INFO* l_pstMember = l_pstLogFileInfo; l_pstMember != nullptr; l_pstMember = l_pstMember->m_pstNext) {
+    if (l_pstMember != l_pstLogFileInfo && !fSameGroup(l_pstLogFileInfo, l_pstMember)) continue;
+    if (fLineFilter(l_pstMember, l_pstrOpenName) == 1 && m_nFaultSendIncrease <= m_nFaultSendLimit) {
+      fColumnIndexFind(l_pstMember->m_nIndx, l_pstMember->m_nSecLogCntFaultLevel, l_pstMember->m_nSecLogCount);
+    }
+  }
+}
+
+void CColumnLogger::fReadTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd, char* l_pstrOpenName,
+                              long* l_plPieces, long* l_plUnfinished) {
+  char l_strPiece[READ_PIECE_SIZE];
+  int l_nThrottle = 0;
+  for (;;) {
+    const long l_lPieceLen = fReadPiece(l_pstFd, l_strPiece, READ_PIECE_SIZE - 1);
+    if (l_lPieceLen == 0) break;
+    ++*l_plPieces;
+    if (g_nPrint == 1) fprintf(stderr, "[%s]read_log : %s\n", l_pstLogFileInfo->m_strLogFile, l_strPiece);
+    if (++l_nThrottle > READ_THROTTLE_PIECES) {
+      fprintf(stderr, "LINE READ COUNT OVER[%d] SLEEP...\n", l_nThrottle);
+      l_nThrottle = 0;
+      fgUSleep(READ_THROTTLE_USEC);
+    }
+
+    *l_plUnfinished += l_lPieceLen;
+    if (g_lLineBufSize - 30 - g_lLineLen <= l_lPieceLen && fGrowCycleBuffers(l_lPieceLen) == 0) {
+      // Out of memory: this line cannot be collected; drop what was gathered of it.
+      fgLogRecord(3, "LOG", "[%d] line of %ld bytes dropped : %s", ENOMEM, g_lLineLen + l_lPieceLen, strerror(ENOMEM));
+      g_lLineLen = 0;
+      memset(fgCurrentLine(), 0, 1);
+      continue;
+    }
+    char* const l_pstrLine = fgCurrentLine();
+    memcpy(l_pstrLine + g_lLineLen, l_strPiece, static_cast<size_t>(l_lPieceLen) + 1);
+    g_lLineLen += l_lPieceLen;
+    if (l_strPiece[l_lPieceLen - 1] != '\n') continue;
+
+    *l_plUnfinished = 0;
+    l_pstrLine[--g_lLineLen] = '\0';
+    if (l_pstrLine[0] != '\0') {
+      if (m_lOriginalBufSize < g_lLineBufSize) {
+        delete[] m_pstrOriginalBuf;
+        m_pstrOriginalBuf = new (std::nothrow) char[g_lLineBufSize]();
+        m_lOriginalBufSize = m_pstrOriginalBuf != nullptr ? g_lLineBufSize : 0;
+      }
+      if (m_pstrOriginalBuf != nullptr) fOfferLine(l_pstLogFileInfo, l_pstrOpenName);
+    }
+    memset(l_pstrLine, 0, static_cast<size_t>(g_lLineLen) + 1);
+    g_lLineLen = 0;
+  }
+}
+
+void CColumnLogger::fSaveGroupOffset(ST_LOGFILE_INFO* l_pstLogFileInfo, long l_lOffSet) {
+  const long l_lNow = static_cast<long>(time(nullptr));
+  for (ST_LOGFILE_INFO* l_pstMember = l_pstLogFileInfo; l_pstMember != nullptr; l_pstMember = l_pstMember->m_pstNext) {
+    if (l_pstMember != l_pstLogFileInfo && !fSameGroup(l_pstLogFileInfo, l_pstMember)) continue;
+    l_pstMember->m_lLastGatherTime = l_lNow;
+    l_pstMember->m_lOffSet = l_lOffSet;
+    fgLogRecord(3, "LOG", "LOG offset save : %ld", l_lOffSet);
+    l_pstMember->m_nGatherFlag = 1;
+    // A member has now had its first look through the shared read: when a
+    // later cycle gives it a turn of its own, it resumes at this offset
+    // instead of reading the file again from its start.
+    if (l_pstMember->m_nLogType != 1) l_pstMember->m_nFirstFlag = 1;
+  }
+}
+
+int CColumnLogger::fLogGather() {
+  m_nSeqID = 0;
+  fgLogRecord(3, "LOG", "LogGather start");
+  const int l_nWaiting = fCheckLimitFile();
+  fgLogRecord(3, "LOG", "Old Event Count = %d", l_nWaiting);
+  if (l_nWaiting >= OUTPUT_BACKLOG_LIMIT) return 1;
+
+  m_pclLogFileList->fInitGatherFlag();
+  fReleaseCycleBuffers();
+  l_pstrLineBuf = new (std::nothrow) char[CYCLE_BUF_START]();
+  m_pstrOriginalBuf = new (std::nothrow) char[CYCLE_BUF_START]();
+  if (l_pstrLineBuf == nullptr || m_pstrOriginalBuf == nullptr) {
+    fgLogRecord(3, "LOG", "[%d] gather cycle skipped : %s", ENOMEM, strerror(ENOMEM));
+    fReleaseCycleBuffers();
+    return 1;
+  }
+  g_lLineBufSize = CYCLE_BUF_START;
+  m_lOriginalBufSize = CYCLE_BUF_START;
+
+  const time_t l_tCycle = time(nullptr);
+  struct tm l_stCycle;
+  localtime_r(&l_tCycle, &l_stCycle);
+  fgMakeEventFileName(m_strOutPutFileName, sizeof(m_strOutPutFileName), m_strOutPutPath, &l_stCycle);
+  fgMakeCloseOutCommand(m_strSystem, sizeof(m_strSystem), m_strOutPutFileName, m_strOutPutPath, &l_stCycle);
+  m_nFaultFoundFlag = 0;
+
+  m_pclLogFileList->fMoveFirst();
+  while (ST_LOGFILE_INFO* l_pstLogFileInfo = m_pclLogFileList->fMoveNext()) {
+    m_nFaultSendIncrease = 0;
+    if (l_pstLogFileInfo->m_nGatherFlag == 1) continue;
+
+    FILE* l_pstFd = nullptr;
+    char l_strOpenName[NAME_BUF_SIZE];
+    if (fOpenForTurn(l_pstLogFileInfo, &l_pstFd, l_strOpenName) != 1) {
+      l_pstLogFileInfo->m_nGatherFlag = 1;
+      continue;
+    }
+    l_pstLogFileInfo->m_lLastGatherTime = static_cast<long>(time(nullptr));
+    memset(fgCurrentLine(), 0, static_cast<size_t>(g_lLineLen) + 1);
+    g_lLineLen = 0;
+    fSetDelimitors(l_pstLogFileInfo);
+
+    long l_lPieces = 0;
+    long l_lUnfinished = 0;
+    fReadTurn(l_pstLogFileInfo, l_pstFd, l_strOpenName, &l_lPieces, &l_lUnfinished);
+    fSaveGroupOffset(l_pstLogFileInfo, ftell(l_pstFd) - l_lUnfinished);
+    fclose(l_pstFd);
+    fgLogRecord(3, "LOG", "log count = %d, fault count = %d", static_cast<int>(l_lPieces), m_nFaultSendIncrease);
+  }
+
+  if (m_nFaultFoundFlag == 1) {
+    if (system(m_strSystem) == -1) fgLogRecord(3, "LOG", "[%d] close-out command failed : %s", errno, m_strSystem);
+  }
+  fReleaseCycleBuffers();
+  m_tRctGtrTime = time(nullptr);
+  fgLogRecord(3, "LOG", "LogGather end");
+  return 1;
+}
