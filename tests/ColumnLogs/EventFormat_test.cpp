@@ -1,0 +1,191 @@
+// Names, commands, messages and event lines of the event files.
+#include "EventFormat.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "TestSupport.h"
+
+using testsupport::Sep;
+
+namespace {
+
+struct tm Time(int year, int month, int day, int hour, int minute, int second) {
+  struct tm t;
+  memset(&t, 0, sizeof(t));
+  t.tm_year = year - 1900;
+  t.tm_mon = month - 1;
+  t.tm_mday = day;
+  t.tm_hour = hour;
+  t.tm_min = minute;
+  t.tm_sec = second;
+  return t;
+}
+
+TEST(EventFormat, EventFileNameAndCloseOutCommand) {
+  struct Case {
+    std::string outPath;
+    struct tm time;
+    std::string name, command;
+  };
+  const Case cases[] = {
+      {"/data/evt/", Time(2022, 6, 27, 10, 11, 12), "/data/evt/ing_20220627-101112",
+       "mv /data/evt/ing_20220627-101112 /data/evt/out_20220627-101112 > /dev/null 2>&1"},
+      // Without the final '/' the file lands next to the directory.
+      {"/data/evt", Time(2022, 6, 27, 10, 11, 12), "/data/evting_20220627-101112",
+       "mv /data/evting_20220627-101112 /data/evtout_20220627-101112 > /dev/null 2>&1"},
+      {"", Time(1999, 1, 2, 3, 4, 5), "ing_19990102-030405", "mv ing_19990102-030405 out_19990102-030405 > /dev/null 2>&1"},
+      {"o/", Time(2023, 12, 31, 23, 59, 59), "o/ing_20231231-235959",
+       "mv o/ing_20231231-235959 o/out_20231231-235959 > /dev/null 2>&1"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.outPath);
+    char name[512], command[512];
+    EXPECT_EQ(fgMakeEventFileName(name, sizeof(name), c.outPath.c_str(), &c.time), 1);
+    EXPECT_EQ(std::string(name), c.name);
+    EXPECT_EQ(fgMakeCloseOutCommand(command, sizeof(command), name, c.outPath.c_str(), &c.time), 1);
+    EXPECT_EQ(std::string(command), c.command);
+  }
+}
+
+// A name that does not fit is never used cut: the buffer comes back empty.
+TEST(EventFormat, NameOrCommandThatDoesNotFit) {
+  const struct tm t = Time(2022, 6, 27, 10, 11, 12);
+  const std::string path = "/p/";
+  const size_t nameLen = path.size() + strlen("ing_20220627-101112");
+  struct Case {
+    size_t size;
+    int result;
+  };
+  const Case cases[] = {{nameLen + 1, 1}, {nameLen, 0}, {1, 0}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.size);
+    std::string buf(c.size, 'x');
+    EXPECT_EQ(fgMakeEventFileName(&buf[0], c.size, path.c_str(), &t), c.result);
+    EXPECT_EQ(strlen(buf.c_str()), c.result == 1 ? nameLen : 0u);
+  }
+  const std::string longPath(500, 'd');
+  char name[512], command[512];
+  EXPECT_EQ(fgMakeEventFileName(name, sizeof(name), longPath.c_str(), &t), 0);
+  EXPECT_STREQ(name, "");
+  const std::string fitting(240, 'd');
+  ASSERT_EQ(fgMakeEventFileName(name, sizeof(name), fitting.c_str(), &t), 1);
+  EXPECT_EQ(fgMakeCloseOutCommand(command, sizeof(command), name, fitting.c_str(), &t), 0);  // two paths: too long
+  EXPECT_STREQ(command, "");
+
+  EXPECT_EQ(fgMakeEventFileName(nullptr, 1, "p", &t), -1);
+  EXPECT_EQ(fgMakeEventFileName(name, sizeof(name), nullptr, &t), -1);
+  EXPECT_EQ(fgMakeEventFileName(name, sizeof(name), "p", nullptr), -1);
+  EXPECT_EQ(fgMakeCloseOutCommand(command, sizeof(command), nullptr, "p", &t), -1);
+}
+
+TEST(EventFormat, NumericMessages) {
+  struct Case {
+    int compare;
+    std::string integer, floating;  // empty: no message for the code
+  };
+  const Case cases[] = {
+      {1, "Value[85] > 80", "Value[80.90] > 80.50"},   {2, "Value[85] >= 80", "Value[80.90] >= 80.50"},
+      {3, "Value[85] < 80", "Value[80.90] < 80.50"},   {4, "Value[85] <= 80", "Value[80.90] <= 80.50"},
+      {5, "Value[85] == 80", "Value[80.90] == 80.50"}, {6, "Value[85] != 80", "Value[80.90] != 80.50"},
+      {0, "", ""},                                     {7, "", ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.compare);
+    char buf[160];
+    const long intLen = fgFormatIntMessage(buf, sizeof(buf), c.compare, 85, 80);
+    if (c.integer.empty()) {
+      EXPECT_EQ(intLen, -1);
+    } else {
+      EXPECT_EQ(intLen, static_cast<long>(c.integer.size()));
+      EXPECT_EQ(std::string(buf), c.integer);
+    }
+    const long floatLen = fgFormatFloatMessage(buf, sizeof(buf), c.compare, 80.9f, 80.5f);
+    if (c.floating.empty()) {
+      EXPECT_EQ(floatLen, -1);
+    } else {
+      EXPECT_EQ(std::string(buf), c.floating);
+    }
+  }
+  char buf[160];
+  fgFormatIntMessage(buf, sizeof(buf), 3, -2147483647 - 1, -7);
+  EXPECT_STREQ(buf, "Value[-2147483648] < -7");
+  // The largest float fits the numeric message buffer of the evaluation.
+  EXPECT_LT(fgFormatFloatMessage(buf, sizeof(buf), 4, -3.4028235e38f, -3.4028235e38f), 160);
+}
+
+TEST(EventFormat, TextMessages) {
+  struct Case {
+    int compare;
+    std::string message;
+  };
+  const Case cases[] = {{1, "Value[col] == pat"}, {2, "Value[col] != pat"}, {3, "Value[col] != pat"}, {4, ""}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.compare);
+    char buf[64];
+    const long len = fgFormatCharMessage(buf, sizeof(buf), c.compare, "col", "pat");
+    if (c.message.empty()) {
+      EXPECT_EQ(len, -1);
+    } else {
+      EXPECT_EQ(std::string(buf), c.message);
+    }
+  }
+}
+
+TEST(EventFormat, EventLines) {
+  char buf[512];
+  const long len = fgFormatRuleEvent(buf, sizeof(buf), 1, 1, 2, 3, "Value[95] > 90", "a,b,95");
+  EXPECT_EQ(len, static_cast<long>(strlen(buf)));
+  EXPECT_EQ(std::string(buf), "1|1" + Sep("{|}") + "2" + Sep("{|}") + "COLUMN[3] Value[95] > 90, ORIGINAL_MSG:a,b,95\n");
+
+  fgFormatRuleEvent(buf, sizeof(buf), -4, 2, -1, 0, "m", Sep("|{|}x{~}").c_str());  // negatives; separators in the line
+  EXPECT_EQ(std::string(buf), "-4|2" + Sep("{|}") + "-1" + Sep("{|}") + "COLUMN[0] m, ORIGINAL_MSG:" +
+                                  Sep("|{|}x{~}") + "\n");
+
+  fgFormatLineRateEvent(buf, sizeof(buf), 7, 3, "2022-06-27 10:11:05 ", 12, 10);
+  EXPECT_EQ(std::string(buf), "7|4" + Sep("{|}") + "3" + Sep("{|}") + "2022-06-27 10:11:05  log count[12] >= [10]\n");
+  fgFormatLineRateEvent(buf, sizeof(buf), 7, 0, "", 1, 0);
+  EXPECT_EQ(std::string(buf), "7|4" + Sep("{|}") + "0" + Sep("{|}") + " log count[1] >= [0]\n");
+  const std::string longestDate(255, '9');
+  EXPECT_LT(fgFormatLineRateEvent(buf, sizeof(buf), -2147483647 - 1, 4, longestDate.c_str(), -2147483647 - 1,
+                                  -2147483647 - 1),
+            512);
+
+  EXPECT_EQ(fgFormatRuleEvent(buf, sizeof(buf), 1, 1, 1, 1, nullptr, "x"), -1);
+  EXPECT_EQ(fgFormatLineRateEvent(buf, sizeof(buf), 1, 1, nullptr, 1, 1), -1);
+}
+
+// Texts longer than the stack buffer are formatted again, whole, on the heap.
+TEST(EventFormat, FormatFullNeverCuts) {
+  struct Case {
+    size_t lineLength;
+    bool onHeap;
+  };
+  const size_t fixedPart = 39;  // the line without its ORIGINAL_MSG text
+  const Case cases[] = {{10, false}, {63 - fixedPart, false}, {64 - fixedPart, true}, {100 * 1024, true}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.lineLength);
+    const std::string line(c.lineLength, 'z');
+    const std::string expected =
+        "1|1" + Sep("{|}") + "0" + Sep("{|}") + "COLUMN[1] msg, ORIGINAL_MSG:" + line + "\n";
+    char stack[64];
+    std::unique_ptr<char[]> heap;
+    long len = 0;
+    const char* text = fgFormatFull(stack, sizeof(stack), heap, &len, [&](char* buf, size_t size) {
+      return fgFormatRuleEvent(buf, size, 1, 1, 0, 1, "msg", line.c_str());
+    });
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(text != stack, c.onHeap);
+    EXPECT_EQ(len, static_cast<long>(expected.size()));
+    EXPECT_TRUE(std::string(text, static_cast<size_t>(len)) == expected);
+  }
+  char stack[8];
+  std::unique_ptr<char[]> heap;
+  EXPECT_EQ(fgFormatFull(stack, sizeof(stack), heap, nullptr,
+                         [](char* buf, size_t size) { return fgFormatCharMessage(buf, size, 9, "a", "b"); }),
+            nullptr);
+}
+
+}  // namespace
