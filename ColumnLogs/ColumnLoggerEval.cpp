@@ -1,0 +1,292 @@
+// Column rule evaluation of the gatherer: one line is cut into numbered
+// columns and the numeric, text and date rules of its watched log are applied
+// to each column; the date columns then feed the process-wide lines-per-second
+// check.
+//
+// Hot path: runs for every column of every evaluated line against every rule
+// of every watched log. Nothing here allocates or formats unless a rule fires
+// (the one exception is a column buffer smaller than the line, which the gather
+// cycle never hands over); the column text is cut once into the reused column
+// buffer and every rule reads it in place.
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <memory>
+
+#include "ColumnLogger.h"
+#include "CommonConst.h"
+#include "CommonFunc.h"
+#include "EventFormat.h"
+#include "NString.h"
+#include "StrPattern.h"
+
+namespace {
+
+// Comparison codes of the rules.
+constexpr int NUM_DECIDE_INT = 1;     // m_nFaultDecide: integer compare; anything else single precision
+constexpr int CHAR_COMPARE_EQUAL = 1;  // event when the column equals the text
+constexpr int CHAR_COMPARE_DIFFER = 2; // event when it differs
+constexpr int CHAR_COMPARE_PATTERN = 3; // event when the compiled pattern of slot 0 matches
+
+// Messages of numeric rules are short: two numbers of at most 42 characters
+// ("%.2f" of the largest float) and an operator.
+constexpr size_t NUM_MESSAGE_SIZE = 160;
+// Text rule messages hold the column: most fit here, longer ones go to the heap.
+constexpr size_t CHAR_MESSAGE_STACK_SIZE = 2048;
+// Line-rate event: at most 255 characters of date text plus fixed parts.
+constexpr size_t LINE_RATE_EVENT_SIZE = 512;
+
+// Whether `value <op> threshold` holds for comparison code 1..6.
+template <typename T>
+bool fCompareFires(int l_nCompareNum, T l_tValue, T l_tThreshold) {
+  switch (l_nCompareNum) {
+    case 1: return l_tValue > l_tThreshold;
+    case 2: return l_tValue >= l_tThreshold;
+    case 3: return l_tValue < l_tThreshold;
+    case 4: return l_tValue <= l_tThreshold;
+    case 5: return l_tValue == l_tThreshold;
+    case 6: return l_tValue != l_tThreshold;
+    default: return false;
+  }
+}
+
+// One of the 52 ASCII letters (locale-independent on purpose: a value text
+// with a letter is a unit or a word, not a number).
+bool fIsAsciiLetter(char l_chChar) {
+  const unsigned char l_uchLower = static_cast<unsigned char>(l_chChar) | 0x20;
+  return l_uchLower >= 'a' && l_uchLower <= 'z';
+}
+
+// Appends `l_pstrSrc` to the NUL-terminated text in `l_pstrDst` (a buffer of
+// `l_nSize` bytes) as far as it fits; the rest is not stored.
+void fAppendBounded(char* l_pstrDst, size_t l_nSize, const char* l_pstrSrc) {
+  const size_t l_nUsed = strnlen(l_pstrDst, l_nSize - 1);
+  const size_t l_nRoom = l_nSize - 1 - l_nUsed;
+  const size_t l_nCopy = strnlen(l_pstrSrc, l_nRoom);
+  memcpy(l_pstrDst + l_nUsed, l_pstrSrc, l_nCopy);
+  l_pstrDst[l_nUsed + l_nCopy] = '\0';
+}
+
+// Numeric pass of one column. Within a run of consecutive rules for this
+// column the first rule that fires ends the run; a rule of the same watched
+// log for another column between them starts a new run.
+void fNumPass(CColumnLogger& l_clLogger, int l_nIndx, int l_nColumn, char* l_pstrColumn) {
+  CNumPatternList* l_pclList = l_clLogger.m_pclNumPatternList;
+  if (l_pclList == nullptr) return;
+  l_pclList->fMoveFirst();
+  for (ST_NUM_PATTERN_LIST* l_pstRule = l_pclList->fMoveNext(); l_pstRule != nullptr;
+       l_pstRule = l_pclList->fMoveNext()) {
+    if (l_pstRule->m_nIndex != l_nIndx) continue;
+    if (l_pstRule->m_nComumnNum != l_nColumn) {
+      m_nNumFaFoundFlag = 0;
+      continue;
+    }
+    if (m_nNumFaFoundFlag != 1) l_clLogger.fColumnFaultSearchNum(l_pstRule, l_pstrColumn);
+  }
+}
+
+// Text pass of one column: every rule of this log and column, no early stop.
+void fCharPass(CColumnLogger& l_clLogger, int l_nIndx, int l_nColumn, char* l_pstrColumn) {
+  CCharPatternList* l_pclList = l_clLogger.m_pclCharPatternList;
+  if (l_pclList == nullptr) return;
+  l_pclList->fMoveFirst();
+  for (ST_CHAR_PATTERN_LIST* l_pstRule = l_pclList->fMoveNext(); l_pstRule != nullptr;
+       l_pstRule = l_pclList->fMoveNext()) {
+    if (l_pstRule->m_nIndex == l_nIndx && l_pstRule->m_nComumnNum == l_nColumn)
+      l_clLogger.fColumnFaultSearchChar(l_pstRule, l_pstrColumn);
+  }
+}
+
+// Date pass of one column: every date rule of this log and column records it.
+void fDatePass(CColumnLogger& l_clLogger, int l_nIndx, int l_nColumn, char* l_pstrColumn) {
+  CDatePatternList* l_pclList = l_clLogger.m_pclDatePatternList;
+  if (l_pclList == nullptr) return;
+  l_pclList->fMoveFirst();
+  for (ST_DATE_PATTERN_LIST* l_pstRule = l_pclList->fMoveNext(); l_pstRule != nullptr;
+       l_pstRule = l_pclList->fMoveNext()) {
+    if (l_pstRule->m_nIndex == l_nIndx && l_pstRule->m_nComumnNum == l_nColumn)
+      l_clLogger.fColumnFaultSearchDate(l_pstRule, l_pstrColumn);
+  }
+}
+
+}  // namespace
+
+int CColumnLogger::fColumnIndexFind(int l_nIndx, int l_nSecLogCntFaultLevel, int l_nSecLogCount) {
+  // Only the watched log decides the evaluation; the line-rate thresholds are
+  // the process-wide m_nCntFaultArray.
+  (void)l_nSecLogCntFaultLevel;
+  (void)l_nSecLogCount;
+
+  m_strLogDate[0] = '\0';
+  m_strPatternLogDate[0] = '\0';
+
+  char* l_pstrLine = fgCurrentLine();
+  if (l_pstrLine != nullptr) {
+    // The gather cycle keeps the column buffer at least as long as the line.
+    // Should a caller hand over a smaller one, this line gets a buffer of its
+    // own rather than being cut short or written past the end.
+    const size_t l_nNeed = strlen(l_pstrLine) + 1;
+    char* l_pstrColumn = m_pstrOriginalBuf;
+    std::unique_ptr<char[]> l_pstrOwnColumn;
+    if (l_pstrColumn == nullptr || m_lOriginalBufSize < 0 || static_cast<size_t>(m_lOriginalBufSize) < l_nNeed) {
+      l_pstrOwnColumn.reset(new (std::nothrow) char[l_nNeed]);
+      l_pstrColumn = l_pstrOwnColumn.get();
+    }
+    if (l_pstrColumn == nullptr) return RESULT_OK;  // no memory: the line cannot be cut
+    l_pstrColumn[0] = '\0';
+
+    // Each cut ends the column with a NUL, so the buffer needs no clearing
+    // between columns: every rule reads exactly the current column.
+    int l_nColumn = 0;
+    char* l_pstrNext = l_pstrLine;
+    while ((m_nTokFlag == 2 ? NstrDoubletok(l_pstrColumn, l_pstrNext, m_chDilimitor1, m_chDilimitor2, &l_pstrNext)
+                            : NstrOnetok(l_pstrColumn, l_pstrNext, m_chDilimitor1, &l_pstrNext)) > 0) {
+      l_nColumn++;
+      m_nNumFaFoundFlag = 0;
+      fNumPass(*this, l_nIndx, l_nColumn, l_pstrColumn);
+      fCharPass(*this, l_nIndx, l_nColumn, l_pstrColumn);
+      fDatePass(*this, l_nIndx, l_nColumn, l_pstrColumn);
+    }
+  }
+
+  fLineRateCheck(l_nIndx);
+  return RESULT_OK;
+}
+
+// The value text is parsed in place: when it ends before the column does (at
+// m_strExt2), one byte of the column is set to NUL for the parse and put back
+// at once, so later rules read the column unchanged and nothing is copied.
+int CColumnLogger::fColumnFaultSearchNum(ST_NUM_PATTERN_LIST* l_pstNumPatternList, char* l_pstrColumnP) {
+  if (l_pstNumPatternList == nullptr || l_pstrColumnP == nullptr) return RESULT_FAIL;
+  ST_NUM_PATTERN_LIST* l_pstRule = l_pstNumPatternList;
+
+  // 1. Value text [l_pstrValue, l_pstrEnd).
+  char* l_pstrValue = l_pstrColumnP;
+  char* l_pstrEnd = nullptr;
+  if (l_pstRule->m_strExt1[0] != '\0') {
+    char* l_pstrFound = strstr(l_pstrColumnP, l_pstRule->m_strExt1);
+    if (l_pstrFound != nullptr) {
+      l_pstrValue = l_pstrFound + strlen(l_pstRule->m_strExt1);
+      if (l_pstRule->m_strExt2[0] != '\0') l_pstrEnd = strstr(l_pstrValue, l_pstRule->m_strExt2);
+    }
+  }
+  if (l_pstrEnd == nullptr) l_pstrEnd = l_pstrValue + strlen(l_pstrValue);
+
+  // 2. A letter anywhere in the value text: the rule does not apply.
+  for (const char* l_pstrScan = l_pstrValue; l_pstrScan < l_pstrEnd; ++l_pstrScan) {
+    if (fIsAsciiLetter(*l_pstrScan)) return RESULT_FAIL;
+  }
+
+  // 3. Parse twice from the start of the value text, bounded by its end.
+  const char l_chSaved = *l_pstrEnd;
+  *l_pstrEnd = '\0';
+  long l_lValue = strtol(l_pstrValue, nullptr, 10);
+  const float l_fValue = static_cast<float>(strtod(l_pstrValue, nullptr));
+  *l_pstrEnd = l_chSaved;
+  // A 32-bit integer saturates like strtol does for its own range.
+  if (l_lValue > INT_MAX) l_lValue = INT_MAX;
+  if (l_lValue < INT_MIN) l_lValue = INT_MIN;
+  const int l_nValue = static_cast<int>(l_lValue);
+
+  // 4./5. Compare; format the message only when the rule fires.
+  char l_strMsg[NUM_MESSAGE_SIZE];
+  if (l_pstRule->m_nFaultDecide == NUM_DECIDE_INT) {
+    if (!fCompareFires(l_pstRule->m_nCompareNum, l_nValue, l_pstRule->m_nFaultValue)) return RESULT_OK;
+    fgFormatIntMessage(l_strMsg, sizeof(l_strMsg), l_pstRule->m_nCompareNum, l_nValue, l_pstRule->m_nFaultValue);
+  } else {
+    if (!fCompareFires(l_pstRule->m_nCompareNum, l_fValue, l_pstRule->m_fFaultValue)) return RESULT_OK;
+    fgFormatFloatMessage(l_strMsg, sizeof(l_strMsg), l_pstRule->m_nCompareNum, l_fValue, l_pstRule->m_fFaultValue);
+  }
+
+  // 6. Event, then end the run of rules for this column.
+  fMakeOutFile(l_pstRule, 1, l_strMsg);
+  m_nNumFaFoundFlag = 1;
+  return RESULT_OK;
+}
+
+int CColumnLogger::fColumnFaultSearchChar(ST_CHAR_PATTERN_LIST* l_pstCharPatternList, char* l_pstrColumnP) {
+  if (l_pstCharPatternList == nullptr || l_pstrColumnP == nullptr) return RESULT_FAIL;
+  ST_CHAR_PATTERN_LIST* l_pstRule = l_pstCharPatternList;
+
+  bool l_bFires = false;
+  switch (l_pstRule->m_nCompareNum) {
+    case CHAR_COMPARE_EQUAL: l_bFires = strcmp(l_pstrColumnP, l_pstRule->m_strFaultPattern) == 0; break;
+    case CHAR_COMPARE_DIFFER: l_bFires = strcmp(l_pstrColumnP, l_pstRule->m_strFaultPattern) != 0; break;
+    case CHAR_COMPARE_PATTERN: l_bFires = fPattCompforChar(l_pstRule, 0, l_pstrColumnP) == 1; break;
+    default: break;
+  }
+  if (!l_bFires) return RESULT_OK;
+
+  // The message quotes the whole column, however long it is.
+  char l_strStack[CHAR_MESSAGE_STACK_SIZE];
+  std::unique_ptr<char[]> l_pstrHeap;
+  char* l_pstrMsg =
+      fgFormatFull(l_strStack, sizeof(l_strStack), l_pstrHeap, nullptr, [&](char* l_pstrBuf, size_t l_nSize) {
+        return fgFormatCharMessage(l_pstrBuf, l_nSize, l_pstRule->m_nCompareNum, l_pstrColumnP,
+                                   l_pstRule->m_strFaultPattern);
+      });
+  // Without memory for the message the event is still counted (fMakeOutFile
+  // with a null message advances the counters and writes nothing).
+  fMakeOutFile(l_pstRule, 2, l_pstrMsg);
+  return RESULT_OK;
+}
+
+int CColumnLogger::fColumnFaultSearchDate(ST_DATE_PATTERN_LIST* l_pstDatePatternList, char* l_pstrColumnP) {
+  if (l_pstDatePatternList == nullptr || l_pstrColumnP == nullptr) return RESULT_FAIL;
+  fAppendBounded(m_strPatternLogDate, sizeof(m_strPatternLogDate), l_pstDatePatternList->m_strDatePattern);
+  fAppendBounded(m_strPatternLogDate, sizeof(m_strPatternLogDate), " ");
+  fAppendBounded(m_strLogDate, sizeof(m_strLogDate), l_pstrColumnP);
+  fAppendBounded(m_strLogDate, sizeof(m_strLogDate), " ");
+  return RESULT_OK;
+}
+
+// The date layout marks the two seconds digits with "ss"; the same offset in
+// the date text holds them. Offsets past the stored date text read as empty.
+int CColumnLogger::fConvertDateToInt() {
+  const char* l_pstrSeconds = strstr(m_strPatternLogDate, "ss");
+  const size_t l_nOffset = l_pstrSeconds != nullptr ? static_cast<size_t>(l_pstrSeconds - m_strPatternLogDate)
+                                                     : strnlen(m_strPatternLogDate, sizeof(m_strPatternLogDate));
+  const size_t l_nDateLen = strnlen(m_strLogDate, sizeof(m_strLogDate));
+  char l_strTwo[3] = {0, 0, 0};
+  if (l_nOffset < l_nDateLen) l_strTwo[0] = m_strLogDate[l_nOffset];
+  if (l_nOffset + 1 < l_nDateLen) l_strTwo[1] = m_strLogDate[l_nOffset + 1];
+  m_nNewTime = static_cast<int>(strtol(l_strTwo, nullptr, 10));
+  return RESULT_OK;
+}
+
+int CColumnLogger::fPattCompforChar(ST_CHAR_PATTERN_LIST* l_pstCharPatternList, int l_nPatternIndex,
+                                    char* l_pstrString) {
+  if (l_pstCharPatternList == nullptr || l_nPatternIndex < 0 ||
+      static_cast<size_t>(l_nPatternIndex) >= std::size(l_pstCharPatternList->m_vpclStrPattern))
+    return RESULT_FAIL;
+  CStrPattern* l_pclPattern = l_pstCharPatternList->m_vpclStrPattern[l_nPatternIndex];
+  if (l_pclPattern == nullptr) return RESULT_FAIL;
+  if (l_pstrString == nullptr) return RESULT_REFUSED;
+  return l_pclPattern->fPatternEx(l_pstrString) == 1 ? RESULT_OK : RESULT_REFUSED;
+}
+
+// The second named by m_nOldTime ends when a line carries another time key;
+// its line count is then held against the thresholds from level 4 down, and
+// the highest level reached gets one event.
+void CColumnLogger::fLineRateCheck(int l_nIndx) {
+  fConvertDateToInt();
+  if (m_nNewTime == m_nOldTime) {
+    m_nSameTimeCnt++;
+  } else {
+    for (int l_nLevel = FAULT_LEVELS - 1; l_nLevel >= 0; --l_nLevel) {
+      const int l_nThreshold = m_nCntFaultArray[l_nLevel];
+      if (l_nThreshold == -1) continue;  // no threshold for this level
+      if (l_nThreshold <= m_nSameTimeCnt) {
+        char l_strEvent[LINE_RATE_EVENT_SIZE];
+        fgFormatLineRateEvent(l_strEvent, sizeof(l_strEvent), l_nIndx, l_nLevel, m_strOldLogDate, m_nSameTimeCnt,
+                              l_nThreshold);
+        fMakeOutFile(l_strEvent);
+        break;
+      }
+    }
+    m_nSameTimeCnt = 1;
+  }
+  m_nOldTime = m_nNewTime;
+  fgStrCopy(m_strOldLogDate, sizeof(m_strOldLogDate), m_strLogDate);
+}

@@ -1,0 +1,90 @@
+// Event output of the gatherer: rule and line-rate events appended to the
+// cycle's event file, and the count of the output directory.
+#include <dirent.h>
+
+#include <cstring>
+#include <memory>
+
+#include "ColumnLogger.h"
+#include "CommonConst.h"
+#include "EventFormat.h"
+
+namespace {
+
+// Most event lines fit here; longer ones go to one exact-size heap buffer.
+constexpr size_t EVENT_STACK_SIZE = 2048;
+
+struct FileCloser {
+  void operator()(FILE* l_pstFd) const { fclose(l_pstFd); }
+};
+struct DirCloser {
+  void operator()(DIR* l_pstDir) const { closedir(l_pstDir); }
+};
+
+}  // namespace
+
+// The counters advance before anything can fail: a dropped event still counts
+// toward the per-log ceiling and still makes the cycle run its close-out.
+int CColumnLogger::fMakeOutFile(ST_NUM_PATTERN_LIST* l_pstNumPatternList, int l_nType, char* l_pstrValueMsg) {
+  m_nFaultFoundFlag = 1;
+  m_nFaultSendIncrease++;
+  if (l_pstNumPatternList == nullptr) return RESULT_FAIL;
+  return fAppendRuleEvent(l_pstNumPatternList->m_nIndex, l_nType, l_pstNumPatternList->m_nFaultLevel,
+                          l_pstNumPatternList->m_nComumnNum, l_pstrValueMsg);
+}
+
+int CColumnLogger::fMakeOutFile(ST_CHAR_PATTERN_LIST* l_pstCharPatternList, int l_nType, char* l_pstrValueMsg) {
+  m_nFaultFoundFlag = 1;
+  m_nFaultSendIncrease++;
+  if (l_pstCharPatternList == nullptr) return RESULT_FAIL;
+  return fAppendRuleEvent(l_pstCharPatternList->m_nIndex, l_nType, l_pstCharPatternList->m_nFaultLevel,
+                          l_pstCharPatternList->m_nComumnNum, l_pstrValueMsg);
+}
+
+// The line is formatted in full, however long the message and the line are.
+int CColumnLogger::fAppendRuleEvent(int l_nIndex, int l_nType, int l_nFaultLevel, int l_nColumnNum,
+                                    const char* l_pstrValueMsg) {
+  if (l_pstrValueMsg == nullptr) return RESULT_FAIL;
+  const char* l_pstrLine = fgCurrentLine();
+  if (l_pstrLine == nullptr) l_pstrLine = "";  // outside a gather cycle
+
+  char l_strStack[EVENT_STACK_SIZE];
+  std::unique_ptr<char[]> l_pstrHeap;
+  long l_lLen = 0;
+  const char* l_pstrEvent =
+      fgFormatFull(l_strStack, sizeof(l_strStack), l_pstrHeap, &l_lLen, [&](char* l_pstrBuf, size_t l_nSize) {
+        return fgFormatRuleEvent(l_pstrBuf, l_nSize, l_nIndex, l_nType, l_nFaultLevel, l_nColumnNum, l_pstrValueMsg,
+                                 l_pstrLine);
+      });
+  if (l_pstrEvent == nullptr) return RESULT_FAIL;
+  return fAppendEvent(l_pstrEvent, static_cast<size_t>(l_lLen));
+}
+
+int CColumnLogger::fMakeOutFile(char* l_pstrValueMsg) {
+  m_nFaultSendIncrease++;
+  m_nFaultFoundFlag = 1;
+  if (l_pstrValueMsg == nullptr) return RESULT_FAIL;
+  return fAppendEvent(l_pstrValueMsg, strlen(l_pstrValueMsg));
+}
+
+// One open, one write, one close per event: nothing stays open between events,
+// so the collector never sees a half-held file after the hand-off.
+int CColumnLogger::fAppendEvent(const char* l_pstrLine, size_t l_nLen) {
+  // "e": close-on-exec, so the shell of the close-out command never inherits it.
+  std::unique_ptr<FILE, FileCloser> l_pstFd(fopen(m_strOutPutFileName, "a+e"));
+  if (l_pstFd == nullptr) return RESULT_FAIL;
+  const size_t l_nWritten = fwrite(l_pstrLine, 1, l_nLen, l_pstFd.get());
+  // A short write or a failed close (disk full) means the event was not kept.
+  const int l_nClose = fclose(l_pstFd.release());
+  if (l_nWritten != l_nLen || l_nClose != 0) return RESULT_FAIL;
+  return RESULT_OK;
+}
+
+// Every entry counts, whatever it is; "." and ".." are taken off at the end.
+int CColumnLogger::fCheckLimitFile() {
+  std::unique_ptr<DIR, DirCloser> l_pstDir(opendir(m_strOutPutPath));
+  if (l_pstDir == nullptr) return RESULT_FAIL;
+  int l_nCount = 0;
+  while (readdir(l_pstDir.get()) != nullptr) l_nCount++;
+  return l_nCount - 2;
+}
