@@ -17,6 +17,9 @@ cmake --build build-asan -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build-asan -j "$jobs" --output-on-failure
 
-if [ -x scripts/run-extra-checks.sh ]; then
-  bash scripts/run-extra-checks.sh
-fi
+# Further checks (package, fuzzing, thread sanitizer ...), one script each, in name order.
+for check in scripts/checks/*.sh; do
+  [ -e "$check" ] || continue
+  echo "== $(basename "$check" .sh) =="
+  bash "$check"
+done
