@@ -250,3 +250,33 @@ TEST(Gather, BackPressureDelaysWithoutLosingLines) {
 }
 
 }  // namespace
+
+namespace {
+
+// The delimiters come from the log whose turn it is; a value without the
+// tilde separator names a single delimiter.
+TEST(Gather, DelimiterSpecificationsCutColumns) {
+  struct Case {
+    const char* name;
+    std::string delimitor;
+    std::string line;
+    std::string event;
+  };
+  const Case cases[] = {
+      {"single, no separator", ";", "a;b;95", "COLUMN[3] Value[95] > 90, ORIGINAL_MSG:a;b;95"},
+      {"single with NULL", ";{~}NULL", "a;b;96", "COLUMN[3] Value[96] > 90, ORIGINAL_MSG:a;b;96"},
+      {"tab or blank", "\t{~} ", "a\tb 97", "COLUMN[3] Value[97] > 90, ORIGINAL_MSG:a\tb 97"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Agent agent;
+    WatchEntry e = CpuRule(1, agent.Path("logs/app.log"), 2);
+    e.delimitor = c.delimitor;
+    ASSERT_TRUE(WriteFile(agent.Path("logs/app.log"), c.line + "\n"));
+    agent.Start({e});
+    ASSERT_TRUE(agent.WaitForEvents(1));
+    EXPECT_EQ(agent.Events(), "1|1{|}2{|}" + c.event + "\n");
+  }
+}
+
+}  // namespace
