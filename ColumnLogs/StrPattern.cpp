@@ -8,6 +8,7 @@ namespace {
 
 constexpr int PATTERN_TEXT_MAX = 2047;   // pattern text and normalised sub-pattern text
 constexpr int SUBJECT_MAX = 2047;        // a longer subject is matched on this many characters
+constexpr int FIRST_TOKEN_CAP = 16;      // "(a)&(NOT:b)" takes 9 tokens
 constexpr int SUB_ENTRIES = 512;         // entry 511 is always empty: 511 usable entries
 constexpr int PIECE_MAX = 511;           // characters per piece, escapes removed
 // Pieces come from distinct characters of the normalised text, so all of
@@ -38,9 +39,9 @@ bool HasNotPrefix(const char* l_pstrText) {
 // One token. Parentheses and operators carry only their type. A sub-pattern
 // keeps its text, pieces and connectors in one allocation sized to what they
 // use: m_nEntries entries (piece offset, piece length, connector), the text
-// as written, then the pieces, each NUL-terminated. The last entry always has
-// an empty connector, and entries past it read as empty, so entry 511 is
-// always empty.
+// as written, then the pieces, each NUL-terminated. The last stored entry
+// always has an empty connector and at most 512 are stored, the 512th with
+// an empty piece: entry 511 is always empty, as if 512 were kept.
 struct CStrPattern::ST_PATTERN_BUF {
   char m_chType = 0;                        // '(' ')' '&' '|' or 'P'
   int m_nEntries = 0;                       // P: entries stored, 1 to 512; 0 = nothing compiled
@@ -52,32 +53,46 @@ struct CStrPattern::ST_PATTERN_BUF {
   std::unique_ptr<uint16_t[]> m_pBlock;     // P: the allocation behind the pointers above
 };
 
-CStrPattern::CStrPattern() : m_nPatternBufTOP(0) {}
+CStrPattern::CStrPattern() : m_nPatternBufTOP(0), m_nPatternBufCap(0) {}
 
 CStrPattern::~CStrPattern() { fPatternBufClear(); }
 
 void CStrPattern::fPatternBufClear() {
-  for (auto& l_pstToken : m_vstPatternBuf) l_pstToken.reset();
+  m_vstPatternBuf.reset();
+  m_nPatternBufCap = 0;
   m_nPatternBufTOP = 0;
 }
 
 int CStrPattern::fPatternPut(char type, char* text) {
   if (m_nPatternBufTOP >= PATTERN_TOKENS) return 0;
-  std::unique_ptr<ST_PATTERN_BUF> l_pstToken(new (std::nothrow) ST_PATTERN_BUF());
-  if (!l_pstToken) return 0;
+  if (m_nPatternBufTOP == m_nPatternBufCap) {
+    // Double the table; a move keeps every token's pieces where they are.
+    const int l_nCap = m_nPatternBufCap == 0 ? FIRST_TOKEN_CAP : 2 * m_nPatternBufCap;
+    std::unique_ptr<ST_PATTERN_BUF[]> l_pstTable(new (std::nothrow) ST_PATTERN_BUF[l_nCap]);
+    if (!l_pstTable) return 0;
+    for (int i = 0; i < m_nPatternBufTOP; ++i) l_pstTable[i] = std::move(m_vstPatternBuf[i]);
+    m_vstPatternBuf = std::move(l_pstTable);
+    m_nPatternBufCap = l_nCap;
+  }
+  ST_PATTERN_BUF* l_pstToken = &m_vstPatternBuf[m_nPatternBufTOP++];
   l_pstToken->m_chType = type;
-  int l_nResult = 1;
-  if (text) l_nResult = fSubPatternComp(l_pstToken.get(), text);
-  m_vstPatternBuf[m_nPatternBufTOP++] = std::move(l_pstToken);
-  return l_nResult;
+  return text ? fSubPatternComp(l_pstToken, text) : 1;
 }
 
 int CStrPattern::fPatternComp(char* pattern) {
   if (!pattern) return 0;
   fPatternBufClear();
-  // Records hold patterns in 2048 bytes; a longer text cannot be meant.
+  // Records hold patterns in 2048 bytes, so a longer text is refused whole;
+  // the object is then empty and matches nothing.
   if (std::strlen(pattern) > static_cast<size_t>(PATTERN_TEXT_MAX)) return 0;
-  fPatternPut(TOKEN_OPEN, nullptr);
+
+  // Parenthesis and operator tokens past the 1024th are dropped without an
+  // error; one that is lost for want of memory fails the compile.
+  bool l_bNoMemory = false;
+  auto fPutMark = [&](char l_chType) {
+    if (fPatternPut(l_chType, nullptr) != 1 && m_nPatternBufTOP < PATTERN_TOKENS) l_bNoMemory = true;
+  };
+  fPutMark(TOKEN_OPEN);
 
   // Text gathered since the last group boundary; the length check above
   // keeps it within its 2048 bytes.
@@ -100,7 +115,7 @@ int CStrPattern::fPatternComp(char* pattern) {
       ++l_nDepth;
       l_chPrevious = '(';
       l_nAccumLen = 0;  // text before a group is discarded
-      fPatternPut(TOKEN_OPEN, nullptr);
+      fPutMark(TOKEN_OPEN);
     } else if (l_ch == ')' && !l_bEscaped) {
       --l_nDepth;
       l_chPrevious = ')';
@@ -110,10 +125,10 @@ int CStrPattern::fPatternComp(char* pattern) {
         if (l_nResult != 1) break;
       }
       l_nAccumLen = 0;
-      fPatternPut(TOKEN_CLOSE, nullptr);
+      fPutMark(TOKEN_CLOSE);
     } else if ((l_ch == '&' || l_ch == '|') && l_chPrevious == ')' && pattern[l_nIndx + 1] == '(') {
       l_nAccumLen = 0;
-      fPatternPut(l_ch == '&' ? TOKEN_AND : TOKEN_OR, nullptr);
+      fPutMark(l_ch == '&' ? TOKEN_AND : TOKEN_OR);
       l_chPrevious = 0;
     } else {
       // Escaped parentheses, stray operators and all other text.
@@ -127,8 +142,8 @@ int CStrPattern::fPatternComp(char* pattern) {
     l_strAccum[l_nAccumLen] = '\0';
     l_nResult = fPatternPut(TOKEN_SUB, l_strAccum);
   }
-  fPatternPut(TOKEN_CLOSE, nullptr);
-  return (l_nDepth == 0 && l_nResult == 1) ? 1 : 0;
+  fPutMark(TOKEN_CLOSE);
+  return (l_nDepth == 0 && l_nResult == 1 && !l_bNoMemory) ? 1 : 0;
 }
 
 int CStrPattern::fSelectStrCpy(char* dst, char* src, char escape) {
@@ -380,7 +395,7 @@ int CStrPattern::fPatternEx(char* subject) {
   };
 
   for (int l_nIndx = 0; l_nIndx < m_nPatternBufTOP; ++l_nIndx) {
-    ST_PATTERN_BUF* l_pstToken = m_vstPatternBuf[l_nIndx].get();
+    ST_PATTERN_BUF* l_pstToken = &m_vstPatternBuf[l_nIndx];
     switch (l_pstToken->m_chType) {
       case TOKEN_AND:
       case TOKEN_OR:

@@ -24,7 +24,7 @@
 
 class CStrPattern {
  public:
-  // No tokens; all slots empty.
+  // No tokens.
   CStrPattern();
   // Releases every token.
   ~CStrPattern();
@@ -70,7 +70,9 @@ class CStrPattern {
   int fSubPatternEx(ST_PATTERN_BUF* l_pstToken, char* l_pstrSubject);
 
   int m_nPatternBufTOP;  // tokens in use, 0 to 1024
-  // The expression as tokens in pattern order; slots from m_nPatternBufTOP
-  // on are empty.
-  std::unique_ptr<ST_PATTERN_BUF> m_vstPatternBuf[PATTERN_TOKENS];
+  // The expression as tokens in pattern order. The table grows with the
+  // tokens (never past 1024) rather than keeping 1024 slots, so that a
+  // compiled pattern costs about what it holds.
+  std::unique_ptr<ST_PATTERN_BUF[]> m_vstPatternBuf;
+  int m_nPatternBufCap;  // tokens the table has room for
 };
