@@ -178,20 +178,28 @@ int CColumnLogger::fColumnFaultSearchNum(ST_NUM_PATTERN_LIST* l_pstNumPatternLis
     if (fIsAsciiLetter(*l_pstrScan)) return RESULT_FAIL;
   }
 
-  // 3. Parse twice from the start of the value text, bounded by its end.
+  // 3. Parse from the start of the value text, bounded by its end: as a
+  // 32-bit integer for an integer rule, as a single-precision number
+  // otherwise (only the number the rule compares is needed).
+  const bool l_bInteger = l_pstRule->m_nFaultDecide == NUM_DECIDE_INT;
   const char l_chSaved = *l_pstrEnd;
   *l_pstrEnd = '\0';
-  long l_lValue = strtol(l_pstrValue, nullptr, 10);
-  const float l_fValue = static_cast<float>(strtod(l_pstrValue, nullptr));
+  long l_lValue = 0;
+  float l_fValue = 0.0f;
+  if (l_bInteger) {
+    l_lValue = strtol(l_pstrValue, nullptr, 10);
+  } else {
+    l_fValue = static_cast<float>(strtod(l_pstrValue, nullptr));
+  }
   *l_pstrEnd = l_chSaved;
-  // A 32-bit integer saturates like strtol does for its own range.
+  // The integer saturates at the 32-bit limits, as strtol does at its own.
   if (l_lValue > INT_MAX) l_lValue = INT_MAX;
   if (l_lValue < INT_MIN) l_lValue = INT_MIN;
   const int l_nValue = static_cast<int>(l_lValue);
 
   // 4./5. Compare; format the message only when the rule fires.
   char l_strMsg[NUM_MESSAGE_SIZE];
-  if (l_pstRule->m_nFaultDecide == NUM_DECIDE_INT) {
+  if (l_bInteger) {
     if (!fCompareFires(l_pstRule->m_nCompareNum, l_nValue, l_pstRule->m_nFaultValue)) return RESULT_OK;
     fgFormatIntMessage(l_strMsg, sizeof(l_strMsg), l_pstRule->m_nCompareNum, l_nValue, l_pstRule->m_nFaultValue);
   } else {
