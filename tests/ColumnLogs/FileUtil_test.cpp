@@ -191,16 +191,4 @@ TEST(fgFindFileName, FirstVisibleMatchInTheWorkingDirectory) {
   }
 }
 
-TEST(fgFindFileName, OnlyHiddenMatchesGiveNothing) {
-  TempDir tmp;
-  ASSERT_TRUE(WriteFile(tmp.file(".a.log"), ""));
-  ASSERT_TRUE(WriteFile(tmp.file(".b.log"), ""));
-  CwdGuard cwd(tmp.path());
-  ASSERT_TRUE(cwd.ok());
-  char pattern[] = "*.log";
-  char name[256] = "";
-  EXPECT_EQ(fgFindFileName(pattern, name), 0);
-  EXPECT_EQ(fgFindFileName(nullptr, name), 0);
-}
-
 }  // namespace
