@@ -111,11 +111,16 @@ class COmniLog {
   // 1 or more: compress the finished file at a day change; returns 1. Else 0.
   int fSetLogCompress(int l_nLogCompress);
   // Starts "../../utils/ETC/ShCmd 60 <compressor> <file> &" for the current
-  // file when a compressor was found. Returns 0.
+  // file when a compressor was found, without waiting for it. A path with
+  // characters the shell would interpret is passed in single quotes.
+  // Returns 0.
   int fLogCompress();
   // Runs "../../utils/INSTALL/recentlogfile.sh <date>" and takes the first
-  // line of "../aproc/shell/recentlogfile.dat" as the current file when it
-  // names a file of the date `l_pstrDayTime` (YYYYMMDD): 1, else -1.
+  // line of "../aproc/shell/recentlogfile.dat" (newline removed) as the
+  // current file when it is longer than 8 characters and names a file of the
+  // date `l_pstrDayTime`: 1, else -1. Only a date of eight digits is handed
+  // to the shell (anything else: -1). The script finds the log directory in
+  // the environment variable OMNILOG_LOG_PATH, else in its working directory.
   int fGetRecentLogFile(char* l_pstrDayTime);
 
   // Reentrant time formatter: mode 1 "YYYYMMDD", 2 "HHMMSS", 3
@@ -130,7 +135,9 @@ class COmniLog {
   // Stops the writer thread of a threaded logger, waits until it has ended,
   // deletes the messages still queued (unwritten) and the queue; afterwards
   // the logger writes synchronously. Returns 1 when a thread was stopped,
-  // 0 when there was none. Called by the destructor.
+  // 0 when there was none. Called by the destructor. Not to be called while
+  // other threads still log through this logger. The writer notices the
+  // request at its next wake-up, so a stop takes up to about 100 ms.
   int fStopThread();
   // Replaces the time source (null restores time()). Used for day changes and
   // the retention cutoff; set it before the first record.

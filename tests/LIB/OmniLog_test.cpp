@@ -234,6 +234,29 @@ TEST_F(OmniLog, FileRemovedWhileOpenIsRecreatedAndThatRecordDropped) {
   EXPECT_EQ(ReadFile(LogFile("20240315_SER.log")), "[143005][INFO][LOG]three\n");
 }
 
+TEST_F(OmniLog, LogFileIsNotInheritedByChildPrograms) {
+  auto log = MakeLogger(LogDir());
+  Write(*log, "open now");
+  ASSERT_EQ(system("ls -l /proc/self/fd/ > ../fds.txt 2>&1"), 0);
+  const std::string fds = ReadFile("../fds.txt");
+  EXPECT_NE(fds.find("->"), std::string::npos) << fds;
+  EXPECT_EQ(fds.find("20240315_SER.log"), std::string::npos) << fds;
+}
+
+TEST_F(OmniLog, WorksWhenStandardInputIsClosed) {
+  const int savedStdin = dup(0);
+  ASSERT_GE(savedStdin, 0);
+  close(0);
+  {
+    auto log = MakeLogger(LogDir());
+    Write(*log, "one");  // the file gets descriptor 0, which is moved up
+    Write(*log, "two");
+  }
+  ASSERT_EQ(dup2(savedStdin, 0), 0);
+  close(savedStdin);
+  EXPECT_EQ(ReadFile(LogFile("20240315_SER.log")), "[143005][INFO][LOG]one\n[143005][INFO][LOG]two\n");
+}
+
 TEST_F(OmniLog, LogRecordHelperFormatsOnlyWithAProcessLogger) {
   ASSERT_EQ(g_pclOmniLog, nullptr);
   fgLogRecord(3, "LOG", "[%d] %s", 1, "nobody listens");  // must not crash
@@ -377,6 +400,19 @@ TEST_F(OmniLogLifecycle, RotationSequenceDropsTheTriggeringRecord) {
   EXPECT_NE(noted.find(LogFile("20240315_SER_1.log") + "\n"), std::string::npos) << noted;
   EXPECT_NE(noted.find(LogFile("20240316_SER.log") + "\n"), std::string::npos) << noted;
   EXPECT_EQ(noted.find(LogFile("20240315_SER_2.log")), std::string::npos) << noted;
+}
+
+TEST_F(OmniLogLifecycle, UnusualPathReachesTheRunnerAsOneArgument) {
+  InstallScript("ETC/ShCmd", "#!/bin/sh\nprintf '%s|%s\\n' \"$#\" \"$3\" >> ../ran.txt\n");
+  const std::string dir = LogDir() + "it's my $HOME; logs/";
+  ASSERT_EQ(mkdir(dir.c_str(), 0755), 0);
+  auto log = MakeLogger(dir);
+  log->fSetLogSize(1, 2);
+  Write(*log, MessageForRecord(1024, 'q'));
+  Write(*log, "trigger");
+  if (access("/usr/bin/gzip", F_OK) != 0 && access("/bin/gzip", F_OK) != 0) return;  // no compressor: nothing runs
+  ASSERT_TRUE(PollFor([&] { return !ReadFile("../ran.txt").empty(); }, 5000));
+  EXPECT_EQ(ReadFile("../ran.txt"), "3|" + dir + "20240315_SER.log\n");
 }
 
 TEST_F(OmniLogLifecycle, LogSizeUnits) {
