@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Keeps the benchmarks working: one tiny run of each Google Benchmark binary
+# and of the end-to-end bench script, against the normal build in build/.
+# Skipped when the build has no benchmarks (Google Benchmark not installed).
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+build=${BUILD:-build}
+if [ ! -x "$build/bin/bench_column" ]; then
+  echo "bench-smoke: no benchmarks in $build/bin, skipped"
+  exit 0
+fi
+for bench in "$build"/bin/bench_column "$build"/bin/bench_pattern; do
+  [ -x "$bench" ] || continue
+  out=$("$bench" --benchmark_min_time=0.001 2>&1)
+  if grep -q "ERROR OCCURRED" <<<"$out"; then
+    echo "$out" >&2
+    echo "bench-smoke: $bench reported an error" >&2
+    exit 1
+  fi
+done
+DURATION=2 LINES=20000 FLAT_MAX=100000 BUILD=$build SKIP_BUILD=1 bench/e2e.sh
