@@ -102,6 +102,23 @@ class CColumnLogger {
   // cannot be listed.
   int fCheckLimitFile();
 
+  // ---- companion tool support ----
+  // Not used by the agent: lets the companion tool run this object's own line
+  // filter and rule evaluation over a file (ColumnLoggerReplay.cpp).
+  // One turn of watched log `l_pstLogFileInfo` over the open stream `l_pstFd`,
+  // as a gather cycle gives it but without the read throttle: the log's
+  // delimiters are set up, every complete line from the stream's position to
+  // its end is offered, as read from `l_pstrOpenName`, to the log's group (the
+  // log and the later records with the same name, create type and log type
+  // whose m_nGatherFlag is 0), each member through its line filter and the
+  // column evaluation, and the group is then marked as served with the offset
+  // after the last complete line. The per-log ceiling of the cycle applies
+  // unless `l_nNoLimit` is 1. Events go to m_strOutPutFileName; the cycle
+  // buffers are set up for the turn and released at its end. An unfinished
+  // last line is not offered. Returns the number of complete lines read, or
+  // -1 when memory is exhausted (the turn then stops at that line).
+  long fReplayTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd, char* l_pstrOpenName, int l_nNoLimit);
+
   // Fields, in their fixed order.
   CConfManager* m_pclConfManager;           // configuration store; owned; null until fSetConfManager succeeds
   CLogFileList* m_pclLogFileList;           // watched logs; owned
