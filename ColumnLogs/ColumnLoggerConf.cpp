@@ -194,7 +194,14 @@ bool fCheckRuleValue(int l_nIndx, EN_RULE_VALUE l_enKind, const char* l_pstrValu
   const char* l_pstrSuffix = RULE_VALUES[l_enKind].m_pstrSuffix;
   const int l_nFields = RULE_VALUES[l_enKind].m_nFields;
   char l_strCopy[512];
-  fgStrCopy(l_strCopy, sizeof(l_strCopy), l_pstrValue);
+  // A value longer than the copy would be checked only in part while the
+  // registration walks it whole; fLoadConfInfo never passes one, direct
+  // callers of fAddLogInfo may.
+  if (fgStrCopy(l_strCopy, sizeof(l_strCopy), l_pstrValue) != 1) {
+    fReportRejected(l_nIndx, l_pstrSuffix, "value of %zu characters, at most %zu", strlen(l_pstrValue),
+                    sizeof(l_strCopy) - 1);
+    return false;
+  }
   bool l_bGood = true;
   int l_nEntry = 0;
   fWalkEntries(l_strCopy, l_pstrSep, l_pstrFieldSep, l_nFields, [&](char** l_ppstrFields, int l_nFound) {
