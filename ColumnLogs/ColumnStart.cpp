@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <new>
 
 #include "ColumnLogger.h"
@@ -47,14 +48,19 @@ int main(int argc, char** argv) {
   char l_strConfPath[CONF_PATH_BUF_SIZE] = {0};
   memcpy(l_strConfPath, argv[1], l_nPathLen);
 
-  CColumnLogger* l_pclLogger = new (std::nothrow) CColumnLogger();
-  if (l_pclLogger == nullptr) {
+  // The gatherer lives for the whole process; a failed start-up releases it
+  // (and the logger) on the way out.
+  std::unique_ptr<CColumnLogger> l_pclLogger(new (std::nothrow) CColumnLogger());
+  if (!l_pclLogger) {
     fprintf(stderr, "%s: out of memory at start-up\n", l_pstrProgram);
     return 0;
   }
   l_pclLogger->fSetConfManager(l_strConfPath);
-  if (fMakeOmniLog(l_pclLogger->m_pclConfManager) < 1) return 0;
-  if (l_pclLogger->fLoadConfInfo() < 1) return 0;
+  if (fMakeOmniLog(l_pclLogger->m_pclConfManager) < 1 || l_pclLogger->fLoadConfInfo() < 1) {
+    delete g_pclOmniLog;
+    g_pclOmniLog = nullptr;
+    return 0;
+  }
 
   time_t l_tLastGather = 0;
   time_t l_tLastHeartbeat = 0;
