@@ -3,6 +3,7 @@
 // without the read throttle. Events are written by the agent's own event
 // output into a temporary file, which is then shown.
 #include <fnmatch.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -126,6 +127,11 @@ int fgToolReplay(int argc, char** argv) {
   const std::string l_strRealLog = fRealPath(l_strLogFile);
   if (l_strRealLog.empty() || access(l_strLogFile.c_str(), R_OK) != 0) {
     fprintf(stderr, "ColumnTool replay: cannot read [%s] : %s\n", l_strLogFile.c_str(), strerror(errno));
+    return TOOL_EXIT_USAGE;
+  }
+  struct stat l_stLog;
+  if (stat(l_strLogFile.c_str(), &l_stLog) != 0 || !S_ISREG(l_stLog.st_mode)) {
+    fprintf(stderr, "ColumnTool replay: [%s] is not a regular file\n", l_strLogFile.c_str());
     return TOOL_EXIT_USAGE;
   }
   if (l_strLogFile.size() >= static_cast<size_t>(NAME_BUF_SIZE)) {

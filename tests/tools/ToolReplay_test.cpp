@@ -167,6 +167,8 @@ TEST(ColumnToolReplay, NamedEntryReplaysOnlyItsOwnRules) {
   EXPECT_EQ(missing.status, 1);
   EXPECT_NE(missing.err.find("LOG05 is not loaded"), std::string::npos) << missing.err;
   EXPECT_EQ(toolrun::Tool({"replay", dir.file("agent.conf"), log, "20"}).status, 2);
+  EXPECT_EQ(toolrun::Tool({"replay", dir.file("agent.conf"), dir.path(), "4"}).status, 2);
+  EXPECT_EQ(toolrun::Tool({"replay", dir.file("agent.conf"), dir.file("none.log"), "4"}).status, 2);
 }
 
 TEST(ColumnToolReplay, WildcardEntryIsChosenByTheFileItMatches) {
