@@ -2,16 +2,33 @@
 // and hostile input, says what went wrong, and once the fault is repaired
 // goes on without losing what it promises to keep.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <functional>
+#include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "AgentConfig.h"
 #include "ColumnLogger.h"
 #include "TestSupport.h"
 
 namespace {
 
+using testsupport::AgentProcess;
+using testsupport::AppendFile;
+using testsupport::FileExists;
+using testsupport::ListDir;
+using testsupport::PollFor;
+using testsupport::ReadFile;
+using testsupport::Readable;
 using testsupport::Sep;
+using testsupport::TempDir;
+using testsupport::WatchEntry;
+using testsupport::WriteFile;
 
 std::vector<char> Text(const std::string& text) {
   std::vector<char> buf(text.begin(), text.end());
@@ -56,6 +73,385 @@ TEST(ColumnLoggerBadInput, OverlongRuleValueIsRefusedWhole) {
     EXPECT_NE(err.find("rejected: value of"), std::string::npos) << err;
     EXPECT_EQ(logger.m_pclLogFileList->fGetNode(1), nullptr);
     EXPECT_EQ(logger.m_pclNumPatternList->fGetHeadNode(), nullptr);
+  }
+}
+
+// ---- the agent against file system faults ----
+
+constexpr int kWaitMs = 10000;
+
+// A working directory with logs/, out/ and log/, a configuration, the agent,
+// and what it reports: handed-off events, diagnostic records, standard error.
+class FaultAgent {
+ public:
+  FaultAgent() {
+    mkdir(Path("logs").c_str(), 0755);
+    mkdir(Path("out").c_str(), 0755);
+    mkdir(Path("log").c_str(), 0755);
+  }
+  std::string Path(const std::string& name) const { return m_dir.file(name); }
+
+  // Starts the agent; `logDir` and `outDir` name the LOG_PATH and
+  // OUTPUT_PATH directories inside the working directory.
+  void Start(const std::vector<WatchEntry>& entries, const std::string& logDir = "log",
+             const std::string& outDir = "out") {
+    std::string config = "LOG_PATH=" + Path(logDir) + "/\nLOG_MODE=NORMAL\nLOG_VALIDDAY=7\nOUTPUT_PATH=" +
+                         Path(outDir) + "/\nLINE_WAIT_CNT=10\n";
+    for (const auto& e : entries) config += testsupport::EntryLines(e);
+    ASSERT_TRUE(WriteFile(Path("agent.conf"), config));
+    m_logDir = logDir;
+    m_outDir = outDir;
+    m_agent = std::make_unique<AgentProcess>(m_dir.path(), std::vector<std::string>{"agent.conf"});
+  }
+
+  // The handed-off events, oldest first, in readable notation.
+  std::string Events() const {
+    std::string all;
+    for (const auto& name : ListDir(Path(m_outDir)))
+      if (name.rfind("out_", 0) == 0) all += Readable(ReadFile(Path(m_outDir + "/" + name)));
+    return all;
+  }
+  size_t EventCount() const {
+    const std::string events = Events();
+    return static_cast<size_t>(std::count(events.begin(), events.end(), '\n'));
+  }
+  bool WaitForEvents(size_t lines, int ms = kWaitMs) const {
+    return PollFor([&] { return EventCount() >= lines; }, ms);
+  }
+  // All diagnostic records so far (every file of the day, rotated ones too).
+  std::string Diag() const {
+    std::string all;
+    for (const auto& name : ListDir(Path(m_logDir))) all += ReadFile(Path(m_logDir + "/" + name));
+    return all;
+  }
+  bool WaitForDiag(const std::string& text, int ms = kWaitMs) const {
+    return PollFor([&] { return Diag().find(text) != std::string::npos; }, ms);
+  }
+  // Waits until `cycles` more gather cycles have ended.
+  bool WaitForCycles(int cycles, int ms = kWaitMs) const {
+    const size_t start = Count(Diag(), "LogGather end");
+    return PollFor([&] { return Count(Diag(), "LogGather end") >= start + static_cast<size_t>(cycles); }, ms);
+  }
+  bool Running() { return m_agent && m_agent->Wait(0) == -1; }
+  std::string Stderr() const { return m_agent ? m_agent->Stderr() : ""; }
+
+  static size_t Count(const std::string& text, const std::string& what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) ++n;
+    return n;
+  }
+
+ private:
+  TempDir m_dir;
+  std::string m_logDir = "log";
+  std::string m_outDir = "out";
+  std::unique_ptr<AgentProcess> m_agent;
+};
+
+// Column 3 above 90 fires (level 2); lines "x,y,NN".
+WatchEntry CpuRule(int index, const std::string& name) {
+  WatchEntry e;
+  e.index = index;
+  e.name = name;
+  e.type = 2;
+  e.number = "3{~}2{~}90{~}1{~}{~}";
+  return e;
+}
+
+// The event of CpuRule for `line`, whose third column holds the number.
+std::string CpuEvent(int index, const std::string& line) {
+  const size_t third = line.find(',', line.find(',') + 1) + 1;
+  const std::string value = line.substr(third, line.find(',', third) - third);
+  return std::to_string(index) + "|1{|}2{|}COLUMN[3] Value[" + value + "] > 90, ORIGINAL_MSG:" + line + "\n";
+}
+
+bool RunningAsRoot() { return geteuid() == 0; }
+
+// The file behind the name changes under the agent. What the agent promises:
+// a file shorter than the saved offset is read again from its start; lines
+// appended after the change are read once. What it does not: the bytes of a
+// longer replacement up to the old offset are taken as already read.
+TEST(Faults, WatchedFileReplacedUnderTheAgent) {
+  const std::string first = "a,b,91,padding-padding-padding-padding";
+  struct Case {
+    const char* name;
+    std::function<void(const std::string& path)> change;
+    std::vector<std::string> expected;  // lines that fire, in order
+  };
+  const Case cases[] = {
+      {"deleted, then created again",
+       [](const std::string& path) {
+         unlink(path.c_str());
+         ASSERT_TRUE(WriteFile(path, "c,d,92\n"));
+       },
+       {first, "c,d,92"}},
+      {"truncated, then appended to",
+       [](const std::string& path) {
+         ASSERT_EQ(truncate(path.c_str(), 0), 0);
+         ASSERT_TRUE(AppendFile(path, "c,d,93\n"));
+       },
+       {first, "c,d,93"}},
+      {"replaced by a shorter file",
+       [](const std::string& path) {
+         ASSERT_TRUE(WriteFile(path + ".new", "c,d,94\n"));
+         ASSERT_EQ(rename((path + ".new").c_str(), path.c_str()), 0);
+       },
+       {first, "c,d,94"}},
+      {"replaced by a longer file",
+       [&](const std::string& path) {
+         // The first line has the old file's length: it is skipped as read.
+         ASSERT_TRUE(WriteFile(path + ".new", std::string(first.size(), 'h') + "\nc,d,95\n"));
+         ASSERT_EQ(rename((path + ".new").c_str(), path.c_str()), 0);
+       },
+       {first, "c,d,95"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    FaultAgent agent;
+    const std::string path = agent.Path("logs/app.log");
+    ASSERT_TRUE(WriteFile(path, first + "\n"));
+    agent.Start({CpuRule(1, path)});
+    ASSERT_TRUE(agent.WaitForEvents(1));
+    c.change(path);
+    ASSERT_TRUE(agent.WaitForEvents(2));
+    ASSERT_TRUE(agent.WaitForCycles(2));
+    std::string expected;
+    for (const auto& line : c.expected) expected += CpuEvent(1, line);
+    EXPECT_EQ(agent.Events(), expected);
+    EXPECT_TRUE(agent.Running());
+  }
+}
+
+TEST(Faults, DeletedWatchedFileIsReportedEveryCycleUntilItReturns) {
+  FaultAgent agent;
+  const std::string path = agent.Path("logs/app.log");
+  ASSERT_TRUE(WriteFile(path, "a,b,91,padding-padding\n"));
+  agent.Start({CpuRule(1, path)});
+  ASSERT_TRUE(agent.WaitForEvents(1));
+  unlink(path.c_str());
+  const std::string record = "[2] " + path + " log file open fail : No such file or directory";
+  ASSERT_TRUE(agent.WaitForDiag(record));
+  ASSERT_TRUE(agent.WaitForCycles(2));
+  EXPECT_GE(FaultAgent::Count(agent.Diag(), record), 2u);
+  EXPECT_TRUE(agent.Running());
+  ASSERT_TRUE(WriteFile(path, "c,d,92\n"));
+  ASSERT_TRUE(agent.WaitForEvents(2));
+  EXPECT_EQ(agent.Events(), CpuEvent(1, "a,b,91,padding-padding") + CpuEvent(1, "c,d,92"));
+}
+
+// An unreadable file is skipped with a record each cycle; what was appended
+// to it meanwhile is read once it can be opened again. Root reads files
+// whatever their mode, so that case needs another user; a symbolic link that
+// points at itself cannot be opened by anyone.
+TEST(Faults, UnreadableWatchedFileResumesAtItsOffsetWhenRepaired) {
+  struct Case {
+    const char* name;
+    bool needs_non_root;
+    std::string error;  // "[errno] " ... ": text" of the record
+    std::function<void(const std::string& path)> fault, repair;
+  };
+  const Case cases[] = {
+      {"write-only mode", true, "Permission denied",
+       [](const std::string& path) { ASSERT_EQ(chmod(path.c_str(), 0200), 0); },
+       [](const std::string& path) { ASSERT_EQ(chmod(path.c_str(), 0644), 0); }},
+      {"symbolic link loop", false, "Too many levels of symbolic links",
+       [](const std::string& path) {
+         ASSERT_EQ(rename(path.c_str(), (path + ".real").c_str()), 0);
+         ASSERT_EQ(symlink(path.c_str(), path.c_str()), 0);
+       },
+       [](const std::string& path) { ASSERT_EQ(rename((path + ".real").c_str(), path.c_str()), 0); }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    if (c.needs_non_root && RunningAsRoot()) {
+      std::cout << "[ SKIPPED  ] " << c.name << ": root reads files whatever their mode\n";
+      continue;
+    }
+    FaultAgent agent;
+    const std::string path = agent.Path("logs/app.log");
+    ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
+    agent.Start({CpuRule(1, path)});
+    ASSERT_TRUE(agent.WaitForEvents(1));
+    c.fault(path);
+    const std::string real = FileExists(path + ".real") ? path + ".real" : path;
+    ASSERT_TRUE(AppendFile(real, "c,d,92\n"));
+    ASSERT_TRUE(agent.WaitForDiag(" " + path + " log file open fail : " + c.error)) << agent.Diag();
+    ASSERT_TRUE(agent.WaitForCycles(1));
+    EXPECT_EQ(agent.EventCount(), 1u);
+    EXPECT_TRUE(agent.Running());
+    c.repair(path);
+    ASSERT_TRUE(AppendFile(path, "e,f,93\n"));
+    ASSERT_TRUE(agent.WaitForEvents(3));
+    ASSERT_TRUE(agent.WaitForCycles(1));
+    EXPECT_EQ(agent.Events(), CpuEvent(1, "a,b,91") + CpuEvent(1, "c,d,92") + CpuEvent(1, "e,f,93"));
+  }
+}
+
+// Without an output directory events are dropped (and counted, so the
+// per-log ceiling still holds); once it exists again events arrive.
+TEST(Faults, MissingOutputDirectoryDropsEventsUntilItExists) {
+  FaultAgent agent;
+  const std::string path = agent.Path("logs/app.log");
+  ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
+  agent.Start({CpuRule(1, path)}, "log", "missing");
+  ASSERT_TRUE(agent.WaitForDiag("Old Event Count = -1"));
+  ASSERT_TRUE(agent.WaitForDiag("log count = 1, fault count = 1"));
+  ASSERT_TRUE(agent.WaitForCycles(1));
+  EXPECT_TRUE(agent.Running());
+  ASSERT_EQ(mkdir(agent.Path("missing").c_str(), 0755), 0);
+  ASSERT_TRUE(AppendFile(path, "c,d,92\n"));
+  ASSERT_TRUE(agent.WaitForEvents(1));
+  ASSERT_TRUE(agent.WaitForCycles(1));
+  EXPECT_EQ(agent.Events(), CpuEvent(1, "c,d,92"));
+  EXPECT_TRUE(ListDir(agent.Path("missing")).size() == 1u) << "no ing_ file left behind";
+}
+
+TEST(Faults, UnwritableOutputDirectoryDropsEventsUntilRepaired) {
+  if (RunningAsRoot()) GTEST_SKIP() << "root writes into a directory whatever its mode";
+  FaultAgent agent;
+  const std::string path = agent.Path("logs/app.log");
+  ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
+  ASSERT_EQ(chmod(agent.Path("out").c_str(), 0555), 0);
+  agent.Start({CpuRule(1, path)});
+  ASSERT_TRUE(agent.WaitForDiag("log count = 1, fault count = 1"));
+  EXPECT_TRUE(ListDir(agent.Path("out")).empty());
+  ASSERT_EQ(chmod(agent.Path("out").c_str(), 0755), 0);
+  ASSERT_TRUE(AppendFile(path, "c,d,92\n"));
+  ASSERT_TRUE(agent.WaitForEvents(1));
+  EXPECT_EQ(agent.Events(), CpuEvent(1, "c,d,92"));
+}
+
+// 200 waiting entries of any kind stop the cycles; the lines wait in their
+// files and are all read, once each, when one entry goes.
+TEST(Faults, FullOutputDirectoryDelaysWithoutLosingLines) {
+  FaultAgent agent;
+  const std::string path = agent.Path("logs/app.log");
+  for (int i = 0; i < 150; ++i) ASSERT_TRUE(WriteFile(agent.Path("out/out_waiting_" + std::to_string(i)), ""));
+  for (int i = 0; i < 40; ++i) ASSERT_EQ(mkdir(agent.Path("out/dir_" + std::to_string(i)).c_str(), 0755), 0);
+  for (int i = 0; i < 10; ++i) ASSERT_TRUE(WriteFile(agent.Path("out/.hidden_" + std::to_string(i)), ""));
+  ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
+  agent.Start({CpuRule(1, path)});
+  ASSERT_TRUE(agent.WaitForDiag("Old Event Count = 200"));
+  ASSERT_TRUE(AppendFile(path, "c,d,92\n"));
+  ASSERT_TRUE(PollFor([&] { return FaultAgent::Count(agent.Diag(), "Old Event Count = 200") >= 3; }, kWaitMs));
+  EXPECT_EQ(agent.Diag().find("LogGather end"), std::string::npos);
+  EXPECT_EQ(agent.EventCount(), 0u);
+  ASSERT_EQ(unlink(agent.Path("out/.hidden_0").c_str()), 0);
+  // Both lines are read in the one cycle that runs; its event file makes
+  // 200 entries again.
+  ASSERT_TRUE(agent.WaitForEvents(2));
+  EXPECT_EQ(agent.Events(), CpuEvent(1, "a,b,91") + CpuEvent(1, "c,d,92"));
+}
+
+// The diagnostic log cannot be written: the logger says so on standard
+// error, the agent works on, and records appear once the directory is there.
+TEST(Faults, DiagnosticLogDirectoryMissingOrBlocked) {
+  struct Case {
+    const char* name;
+    bool needs_non_root;
+    std::string error;
+    std::function<void(FaultAgent&)> fault, repair;
+  };
+  const Case cases[] = {
+      {"missing", false, "No such file or directory", [](FaultAgent&) {},
+       [](FaultAgent& a) { ASSERT_EQ(mkdir(a.Path("diag").c_str(), 0755), 0); }},
+      {"a file in its place", false, "Not a directory",
+       [](FaultAgent& a) { ASSERT_TRUE(WriteFile(a.Path("diag"), "")); },
+       [](FaultAgent& a) {
+         ASSERT_EQ(unlink(a.Path("diag").c_str()), 0);
+         ASSERT_EQ(mkdir(a.Path("diag").c_str(), 0755), 0);
+       }},
+      {"read-only directory", true, "Permission denied",
+       [](FaultAgent& a) { ASSERT_EQ(mkdir(a.Path("diag").c_str(), 0555), 0); },
+       [](FaultAgent& a) { ASSERT_EQ(chmod(a.Path("diag").c_str(), 0755), 0); }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    if (c.needs_non_root && RunningAsRoot()) {
+      std::cout << "[ SKIPPED  ] " << c.name << ": root writes into a directory whatever its mode\n";
+      continue;
+    }
+    FaultAgent agent;
+    const std::string path = agent.Path("logs/app.log");
+    ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
+    c.fault(agent);
+    agent.Start({CpuRule(1, path)}, "diag");
+    ASSERT_TRUE(agent.WaitForEvents(1));
+    ASSERT_TRUE(PollFor([&] {
+      const std::string err = agent.Stderr();
+      return err.find(agent.Path("diag/")) != std::string::npos &&
+             err.find("_SER.log log file open failed : " + c.error + "\n") != std::string::npos;
+    }, kWaitMs)) << agent.Stderr();
+    EXPECT_TRUE(agent.Running());
+    c.repair(agent);
+    ASSERT_TRUE(AppendFile(path, "c,d,92\n"));
+    ASSERT_TRUE(agent.WaitForEvents(2));
+    ASSERT_TRUE(agent.WaitForDiag("LogGather end"));
+    EXPECT_EQ(agent.Events(), CpuEvent(1, "a,b,91") + CpuEvent(1, "c,d,92"));
+  }
+}
+
+// A lock file left by a process that is gone delays the start by about ten
+// seconds; then the agent takes the lock over, reads its configuration,
+// removes the lock and works as usual.
+TEST(Faults, StaleConfigurationLockDelaysTheStartOnly) {
+  FaultAgent agent;
+  const std::string path = agent.Path("logs/app.log");
+  ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
+  ASSERT_TRUE(WriteFile(agent.Path("agent.conf_lock"), "999999"));
+  agent.Start({CpuRule(1, path)});
+  EXPECT_FALSE(PollFor([&] { return FileExists(agent.Path("LoggerAlive")); }, 5000));
+  EXPECT_TRUE(agent.Running());
+  ASSERT_TRUE(agent.WaitForEvents(1, 25000));
+  EXPECT_TRUE(FileExists(agent.Path("LoggerAlive")));
+  EXPECT_FALSE(FileExists(agent.Path("agent.conf_lock")));
+  EXPECT_EQ(agent.Events(), CpuEvent(1, "a,b,91"));
+}
+
+// A 10 MB line is collected whole and quoted whole in its event; the line
+// after it is evaluated as usual.
+TEST(Faults, TenMegabyteLineIsEvaluatedWhole) {
+  FaultAgent agent;
+  const std::string path = agent.Path("logs/app.log");
+  const std::string big = "big,FIRE," + std::string(10 * 1024 * 1024, 'x');
+  ASSERT_TRUE(WriteFile(path, big + "\nc,d,92\n"));
+  WatchEntry e = CpuRule(1, path);
+  e.text = "2{~}3{~}FIRE{~}1";
+  agent.Start({e});
+  ASSERT_TRUE(agent.WaitForEvents(2, 90000));
+  ASSERT_TRUE(agent.WaitForCycles(1));
+  EXPECT_TRUE(agent.Events() == "1|2{|}3{|}COLUMN[2] Value[FIRE] == FIRE, ORIGINAL_MSG:" + big + "\n" +
+                                    CpuEvent(1, "c,d,92"))
+      << "events of " << agent.Events().size() << " bytes";
+  EXPECT_NE(agent.Stderr().find("LINE READ COUNT OVER[801] SLEEP...\n"), std::string::npos);
+}
+
+// Lines made of delimiters only: every column is empty and still numbered.
+TEST(Faults, LineOfOnlyDelimitersHasEmptyColumns) {
+  struct Case {
+    const char* name;
+    std::string delimitor, line;
+  };
+  const Case cases[] = {
+      {"one delimiter", ",{~}NULL", std::string(100000, ',')},
+      {"two delimiters", " {~}\t", std::string(50000, ' ') + std::string(50000, '\t')},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    FaultAgent agent;
+    const std::string path = agent.Path("logs/app.log");
+    ASSERT_TRUE(WriteFile(path, c.line + "\n"));
+    WatchEntry e;
+    e.name = path;
+    e.delimitor = c.delimitor;
+    e.number = "3{~}1{~}5{~}3{~}{~}{|}99999{~}1{~}5{~}3{~}{~}";  // column 3 and column 99999 below 5
+    agent.Start({e});
+    ASSERT_TRUE(agent.WaitForEvents(2));
+    ASSERT_TRUE(agent.WaitForCycles(1));
+    const std::string expected = "1|1{|}1{|}COLUMN[3] Value[0] < 5, ORIGINAL_MSG:" + c.line + "\n" +
+                                 "1|1{|}1{|}COLUMN[99999] Value[0] < 5, ORIGINAL_MSG:" + c.line + "\n";
+    const std::string events = agent.Events();
+    EXPECT_TRUE(events == expected) << "events of " << events.size() << " bytes, " << expected.size() << " expected";
   }
 }
 
