@@ -1,8 +1,10 @@
 // Turning a configured watched-log name into the file to read now, opening it
 // and positioning the stream where reading resumes.
 #include <dirent.h>
+#include <fcntl.h>
 #include <fnmatch.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -31,6 +33,34 @@ void fMarkFirstLook(ST_LOGFILE_INFO* l_pstLogFileInfo) {
   if (l_pstLogFileInfo->m_nFirstFlag == 0 &&
       (l_pstLogFileInfo->m_nLogType == LOG_TYPE_FROM_END || l_pstLogFileInfo->m_nLogType == LOG_TYPE_FROM_START))
     l_pstLogFileInfo->m_nFirstFlag = 1;
+}
+
+// Opens a watched log for reading. The open does not block, so a FIFO
+// under the log's name cannot stop the whole agent, and only a regular file
+// is taken: a directory fails with EISDIR and anything else with ESPIPE (its
+// offset could not be kept), so it gets the usual open-failure record
+// instead of being read as an empty file or waited on. Null with errno set.
+FILE* fOpenLogStream(const char* l_pstrPath) {
+  const int l_nFd = fgOpen(l_pstrPath, O_RDONLY | O_NONBLOCK, 0);
+  if (l_nFd < 0) return nullptr;
+  struct stat l_stStat;
+  int l_nErr = 0;
+  if (fstat(l_nFd, &l_stStat) != 0) {
+    l_nErr = errno;
+  } else if (S_ISDIR(l_stStat.st_mode)) {
+    l_nErr = EISDIR;
+  } else if (!S_ISREG(l_stStat.st_mode)) {
+    l_nErr = ESPIPE;
+  } else if (fcntl(l_nFd, F_SETFL, fcntl(l_nFd, F_GETFL) & ~O_NONBLOCK) != 0) {
+    l_nErr = errno;
+  }
+  FILE* l_pstFd = l_nErr == 0 ? fdopen(l_nFd, "r") : nullptr;
+  if (l_pstFd == nullptr) {
+    if (l_nErr == 0) l_nErr = errno;
+    close(l_nFd);
+    errno = l_nErr;
+  }
+  return l_pstFd;
 }
 
 }  // namespace
@@ -126,7 +156,7 @@ int CColumnLogger::fLogFileOpen(char* l_pstrLogFile, FILE** l_ppstFd) {
     return -1;
   }
   memcpy(l_pstrLogFile, l_strChosen, strlen(l_strChosen) + 1);
-  *l_ppstFd = fopen(l_pstrLogFile, "re");
+  *l_ppstFd = fOpenLogStream(l_pstrLogFile);
   if (*l_ppstFd == nullptr) {
     const int l_nErr = errno;
     fgLogRecord(3, "LOG", "[%d] %s log file open fail : %s", l_nErr, l_pstrLogFile, strerror(l_nErr));
@@ -191,7 +221,7 @@ int CColumnLogger::fOpenForTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_ppst
       fprintf(stderr, "open file checking : [%d]%s\n", static_cast<int>(strlen(l_pstrOpenName)), l_pstrOpenName);
       fgLogRecord(3, "LOG", "open file checking : [%d]%s", static_cast<int>(strlen(l_pstrOpenName)), l_pstrOpenName);
     }
-    *l_ppstFd = fopen(l_pstrOpenName, "re");
+    *l_ppstFd = fOpenLogStream(l_pstrOpenName);
     if (*l_ppstFd == nullptr) {
       const int l_nErr = errno;
       fMarkFirstLook(l_pstLogFileInfo);

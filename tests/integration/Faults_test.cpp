@@ -287,6 +287,34 @@ TEST(Faults, UnreadableWatchedFileResumesAtItsOffsetWhenRepaired) {
   }
 }
 
+// Only regular files are read. A FIFO under a watched name must not stop the
+// agent (an open for reading would wait for a writer forever), and a
+// directory is refused rather than read as an empty file; the other logs go on.
+TEST(Faults, WatchedNameThatIsNoRegularFileIsRefusedAndTheOthersGoOn) {
+  FaultAgent agent;
+  const std::string fifo = agent.Path("logs/fifo.log");
+  const std::string dir = agent.Path("logs/dir.log");
+  const std::string good = agent.Path("logs/good.log");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
+  ASSERT_EQ(mkdir(dir.c_str(), 0755), 0);
+  ASSERT_TRUE(WriteFile(good, "a,b,91\n"));
+  agent.Start({CpuRule(1, fifo), CpuRule(2, dir), CpuRule(3, good)});
+  ASSERT_TRUE(agent.WaitForEvents(1));
+  ASSERT_TRUE(PollFor([&] { return FileExists(agent.Path("LoggerAlive")); }, kWaitMs));
+  ASSERT_TRUE(agent.WaitForDiag("[21] " + dir + " log file open fail : Is a directory"));
+  ASSERT_TRUE(agent.WaitForDiag("[29] " + fifo + " log file open fail : Illegal seek"));
+  // Repaired: a regular file takes the directory's place and is read whole.
+  ASSERT_EQ(rmdir(dir.c_str()), 0);
+  ASSERT_TRUE(WriteFile(dir, "c,d,92\n"));
+  ASSERT_TRUE(AppendFile(good, "e,f,93\n"));
+  ASSERT_TRUE(agent.WaitForEvents(3));
+  ASSERT_TRUE(agent.WaitForCycles(1));
+  const std::string events = agent.Events();
+  EXPECT_NE(events.find(CpuEvent(2, "c,d,92")), std::string::npos) << events;
+  EXPECT_NE(events.find(CpuEvent(3, "e,f,93")), std::string::npos) << events;
+  EXPECT_EQ(agent.EventCount(), 3u);
+}
+
 // Without an output directory events are dropped (and counted, so the
 // per-log ceiling still holds); once it exists again events arrive.
 TEST(Faults, MissingOutputDirectoryDropsEventsUntilItExists) {
