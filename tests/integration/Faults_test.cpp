@@ -133,6 +133,7 @@ class FaultAgent {
     return PollFor([&] { return Count(Diag(), "LogGather end") >= start + static_cast<size_t>(cycles); }, ms);
   }
   bool Running() { return m_agent && m_agent->Wait(0) == -1; }
+  int Wait(int ms) { return m_agent ? m_agent->Wait(ms) : -2; }
   std::string Stderr() const { return m_agent ? m_agent->Stderr() : ""; }
 
   static size_t Count(const std::string& text, const std::string& what) {
@@ -332,6 +333,24 @@ TEST(Faults, MissingOutputDirectoryDropsEventsUntilItExists) {
   ASSERT_TRUE(agent.WaitForCycles(1));
   EXPECT_EQ(agent.Events(), CpuEvent(1, "c,d,92"));
   EXPECT_TRUE(ListDir(agent.Path("missing")).size() == 1u) << "no ing_ file left behind";
+}
+
+// The hand-off runs "mv" through the shell with OUTPUT_PATH unquoted: a path
+// the shell would split or interpret is refused at start-up instead of
+// leaving every event file behind as "ing_".
+TEST(Faults, OutputPathTheShellWouldInterpretIsRefusedAtStartUp) {
+  for (const std::string& name : {std::string("out dir"), std::string("out;x"), std::string("out$HOME")}) {
+    SCOPED_TRACE(name);
+    FaultAgent agent;
+    const std::string path = agent.Path("logs/app.log");
+    ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
+    ASSERT_EQ(mkdir(agent.Path(name).c_str(), 0755), 0);
+    agent.Start({CpuRule(1, path)}, "log", name);
+    EXPECT_EQ(agent.Wait(10000), 0);
+    EXPECT_EQ(agent.Stderr(),
+              "OUTPUT_PATH holds characters the shell would interpret : " + agent.Path(name) + "/\n");
+    EXPECT_TRUE(ListDir(agent.Path(name)).empty());
+  }
 }
 
 TEST(Faults, UnwritableOutputDirectoryDropsEventsUntilRepaired) {
