@@ -45,8 +45,8 @@ int CCharPatternList::fAddPatternLinkedList(int l_nIndx, char* l_pstrPattern) {
 int CCharPatternList::fClearPattern(int l_nIndx) {
   ST_CHAR_PATTERN_LIST* l_pstRule = fGetNode(l_nIndx);
   if (l_pstRule == nullptr) return RESULT_FAIL;
+  fgPatternSlotsClearTexts(l_pstRule->m_vstrLogPattern);
   for (int l_nSlot = 0; l_nSlot < PATTERN_SLOT_CNT; ++l_nSlot) {
-    l_pstRule->m_vstrLogPattern[l_nSlot][0] = '\0';
     fPatternClear(l_pstRule, l_nSlot);
   }
   return RESULT_OK;

@@ -114,8 +114,8 @@ int CLogFileList::fDelLogFile(int l_nIndx) {
 int CLogFileList::fClearPattern(int l_nIndx) {
   ST_LOGFILE_INFO* l_pstInfo = fGetNode(l_nIndx);
   if (l_pstInfo == nullptr) return RESULT_FAIL;
+  fgPatternSlotsClearTexts(l_pstInfo->m_vstrLogPattern);
   for (int l_nSlot = 0; l_nSlot < PATTERN_SLOT_CNT; ++l_nSlot) {
-    l_pstInfo->m_vstrLogPattern[l_nSlot][0] = '\0';
     fPatternClear(l_pstInfo, l_nSlot);
     l_pstInfo->m_vnFaultGrade[l_nSlot] = PATTERN_NO_GRADE;
   }

@@ -3,7 +3,10 @@
 // with a cursor, an insertion rule, a duplicate rule and a last error.
 //
 // Ownership: the list allocates (zero-filled) and frees every record it
-// holds. A record given to fAddNode stays the caller's: the list links a copy
+// holds. Records of a page or more come from a CRecordPool (RecordPool.h),
+// so that the pages a record never writes (unused pattern texts) stay out of
+// the resident set; sanitizer builds keep them on the heap, where a use
+// after free is caught. A record given to fAddNode stays the caller's: the list links a copy
 // of the fields that Traits::fCopyPayload names. Before a record is freed,
 // Traits::fRelease lets it release what the record owns (compiled patterns);
 // data a generic node merely points to is never released by the list.
@@ -27,6 +30,20 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <type_traits>
+
+#include "RecordPool.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#define COLUMNLOGS_RECORDS_ON_HEAP 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define COLUMNLOGS_RECORDS_ON_HEAP 1
+#endif
+#endif
+#ifndef COLUMNLOGS_RECORDS_ON_HEAP
+#define COLUMNLOGS_RECORDS_ON_HEAP 0
+#endif
 
 enum EN_INSERT_RULE {
   INSERT_BY_ORDER_TYPE = 0,    // order type 1 end, 2 head, 3 ascending keys, 4 descending keys
@@ -73,7 +90,7 @@ class COrderedList {
     Rec* l_pstPosition = nullptr;
     if (fSearchInsertPosition(l_pstAddNode, &l_pstPosition) == 0) return 0;
 
-    Rec* l_pstNew = new (std::nothrow) Rec();
+    Rec* l_pstNew = fNewRecord();
     if (l_pstNew == nullptr) {
       m_nErrorCode = ENOMEM;
       snprintf(m_strErrorMsg, sizeof(m_strErrorMsg), "[%d] %s", ENOMEM, strerror(ENOMEM));
@@ -141,7 +158,7 @@ class COrderedList {
       if (m_pstCurPosition == l_pstNode) m_pstCurPosition = l_pstPrev;
     }
     Traits::fRelease(l_pstNode);
-    delete l_pstNode;
+    fDeleteRecord(l_pstNode);
     fNodeCntDec();
   }
 
@@ -152,7 +169,7 @@ class COrderedList {
     while (l_pstNode != nullptr) {
       Rec* l_pstNext = l_pstNode->m_pstNext;
       Traits::fRelease(l_pstNode);
-      delete l_pstNode;
+      fDeleteRecord(l_pstNode);
       ++l_nFreed;
       l_pstNode = l_pstNext;
     }
@@ -245,4 +262,27 @@ class COrderedList {
   long m_lNodeCnt;             // number of linked records
   long m_lNodeMaxCnt;          // nominal maximum, reported only
   int m_nDupFlag;              // 1: equal keys allowed; 0: a present key is refused
+
+ private:
+  static constexpr bool kPooled = sizeof(Rec) >= RECORD_POOL_PAGE && COLUMNLOGS_RECORDS_ON_HEAP == 0;
+  struct SNoPool {};
+
+  // A zero-filled record, or null when memory is exhausted.
+  Rec* fNewRecord() {
+    if constexpr (kPooled) {
+      return m_clPool.fAlloc();
+    } else {
+      return new (std::nothrow) Rec();
+    }
+  }
+  void fDeleteRecord(Rec* l_pstNode) {
+    if constexpr (kPooled) {
+      m_clPool.fFree(l_pstNode);
+    } else {
+      delete l_pstNode;
+    }
+  }
+
+  // Destroyed after the destructor's fFreeAll has given every record back.
+  std::conditional_t<kPooled, CRecordPool<Rec>, SNoPool> m_clPool;
 };

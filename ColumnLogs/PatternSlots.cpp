@@ -50,6 +50,11 @@ void fgPatternSlotsRelease(CStrPattern** l_vpclSlot) {
   for (int l_nSlot = 0; l_nSlot < PATTERN_SLOT_CNT; ++l_nSlot) fgPatternSlotClear(&l_vpclSlot[l_nSlot]);
 }
 
+void fgPatternSlotsClearTexts(char (*l_vstrText)[PATTERN_TEXT_SIZE]) {
+  for (int l_nSlot = 0; l_nSlot < PATTERN_SLOT_CNT && l_vstrText[l_nSlot][0] != '\0'; ++l_nSlot)
+    l_vstrText[l_nSlot][0] = '\0';
+}
+
 int fgFillPatternSlots(const char* l_pstrValue, CStrPattern** l_vpclSlot,
                        char (*l_vstrText)[PATTERN_TEXT_SIZE], int* l_vnGrade, int* l_pnStored) {
   const std::string_view l_svTilde(SEP_TILDE, SEP_LEN);

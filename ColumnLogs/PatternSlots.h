@@ -25,6 +25,12 @@ void fgPatternSlotClear(CStrPattern** l_ppclSlot);
 // Releases all PATTERN_SLOT_CNT slots of a record.
 void fgPatternSlotsRelease(CStrPattern** l_vpclSlot);
 
+// Empties the slot texts. Stored texts occupy slots 0 to n-1 with no gap
+// (fgFillPatternSlots below is the only writer), so the first empty text ends
+// them and the texts after it are not touched: a record's unused texts,
+// never read or written, then cost no resident memory (RecordPool.h).
+void fgPatternSlotsClearTexts(char (*l_vstrText)[PATTERN_TEXT_SIZE]);
+
 // Reads a pattern value into empty slots. The value is a sequence of entries
 // divided by the tilde separator; an entry is "grade{|}pattern" or "pattern"
 // ({|} the bar separator; only the first bar of an entry divides).
