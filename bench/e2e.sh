@@ -22,7 +22,8 @@
 # Environment: DURATION (seconds per phase, default 60), LINES (default
 # 1000000), SEED (default 7), FLAT_MAX (default 3000000), BUILD (build
 # directory, default build-bench, configured Release), SKIP_BUILD=1 to use the
-# binaries already in BUILD, PHASES (default "a b c d").
+# binaries already in BUILD, AGENT (the agent binary, default BUILD/bin/ColumnLogs),
+# PHASES (default "a b c d").
 set -euo pipefail
 cd "$(dirname "$0")/.."
 top=$(pwd)
@@ -42,7 +43,7 @@ if [ "${SKIP_BUILD:-0}" != 1 ]; then
   cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DCOLUMNLOGS_TESTS=OFF >/dev/null
   cmake --build "$build" -j2 --target ColumnLogs bench_logwriter >/dev/null
 fi
-agent_bin=$build/bin/ColumnLogs
+agent_bin=${AGENT:-$build/bin/ColumnLogs}
 writer_bin=$build/bin/bench_logwriter
 for bin in "$agent_bin" "$writer_bin"; do
   [ -x "$bin" ] || { echo "missing $bin (build it, or unset SKIP_BUILD)" >&2; exit 1; }
