@@ -1,8 +1,12 @@
 // Faults and bad input: the agent keeps running through file system faults
 // and hostile input, says what went wrong, and once the fault is repaired
 // goes on without losing what it promises to keep.
+#include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -79,6 +83,69 @@ TEST(ColumnLoggerBadInput, OverlongRuleValueIsRefusedWhole) {
 // ---- the agent against file system faults ----
 
 constexpr int kWaitMs = 10000;
+constexpr uid_t kNobody = 65534;  // user and group "nobody" / "nogroup"
+
+bool RunningAsRoot() { return geteuid() == 0; }
+
+// Drops to user and group nobody in a child process about to exec.
+bool BecomeNobody() { return setgroups(0, nullptr) == 0 && setgid(kNobody) == 0 && setuid(kNobody) == 0; }
+
+// Whether user nobody may run the agent binary (every directory above it
+// must let it through).
+bool NobodyCanRunAgent() {
+  const pid_t pid = fork();
+  if (pid == 0) _exit(BecomeNobody() && access(testsupport::AgentBinary().c_str(), X_OK) == 0 ? 0 : 1);
+  int status = 0;
+  return pid > 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+// The agent run as user nobody. Root opens and writes files whatever their
+// mode, so faults made with file modes need the agent to be someone else
+// when the tests run as root.
+class NobodyAgentProcess {
+ public:
+  NobodyAgentProcess(const std::string& workdir, const std::string& config) : m_errPath(workdir + "/.agent.err") {
+    const std::string binary = testsupport::AgentBinary();
+    m_pid = fork();
+    if (m_pid == 0) {
+      const int err = open(m_errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      const int null = open("/dev/null", O_RDWR);
+      if (chdir(workdir.c_str()) != 0 || err < 0 || null < 0) _exit(127);
+      dup2(null, 0);
+      dup2(null, 1);
+      dup2(err, 2);
+      if (!BecomeNobody()) _exit(127);
+      execl(binary.c_str(), binary.c_str(), config.c_str(), static_cast<char*>(nullptr));
+      _exit(127);
+    }
+  }
+  ~NobodyAgentProcess() {
+    if (m_pid > 0 && !m_reaped) {
+      kill(m_pid, SIGKILL);
+      waitpid(m_pid, nullptr, 0);
+    }
+  }
+  NobodyAgentProcess(const NobodyAgentProcess&) = delete;
+  NobodyAgentProcess& operator=(const NobodyAgentProcess&) = delete;
+
+  // As AgentProcess::Wait: the exit status, -1 while it runs, -2 after a signal.
+  int Wait(int ms) {
+    if (m_pid <= 0) return -2;
+    PollFor([&] {
+      if (!m_reaped && waitpid(m_pid, &m_status, WNOHANG) == m_pid) m_reaped = true;
+      return m_reaped;
+    }, ms);
+    if (!m_reaped) return -1;
+    return WIFEXITED(m_status) ? WEXITSTATUS(m_status) : -2;
+  }
+  std::string Stderr() const { return ReadFile(m_errPath); }
+
+ private:
+  std::string m_errPath;
+  pid_t m_pid = -1;
+  int m_status = 0;
+  bool m_reaped = false;
+};
 
 // A working directory with logs/, out/ and log/, a configuration, the agent,
 // and what it reports: handed-off events, diagnostic records, standard error.
@@ -92,16 +159,28 @@ class FaultAgent {
   std::string Path(const std::string& name) const { return m_dir.file(name); }
 
   // Starts the agent; `logDir` and `outDir` name the LOG_PATH and
-  // OUTPUT_PATH directories inside the working directory.
+  // OUTPUT_PATH directories inside the working directory. With
+  // `unprivileged` the agent runs as user nobody when the tests run as root,
+  // and the working directory, logs/, out/ and log/ are opened up to it.
   void Start(const std::vector<WatchEntry>& entries, const std::string& logDir = "log",
-             const std::string& outDir = "out") {
+             const std::string& outDir = "out", bool unprivileged = false) {
     std::string config = "LOG_PATH=" + Path(logDir) + "/\nLOG_MODE=NORMAL\nLOG_VALIDDAY=7\nOUTPUT_PATH=" +
                          Path(outDir) + "/\nLINE_WAIT_CNT=10\n";
     for (const auto& e : entries) config += testsupport::EntryLines(e);
     ASSERT_TRUE(WriteFile(Path("agent.conf"), config));
     m_logDir = logDir;
     m_outDir = outDir;
-    m_agent = std::make_unique<AgentProcess>(m_dir.path(), std::vector<std::string>{"agent.conf"});
+    if (unprivileged && RunningAsRoot()) {
+      for (const char* name : {"", "logs", "out", "log"}) {
+        struct stat st;
+        // Only directories whose mode the test has not set itself.
+        if (stat(Path(name).c_str(), &st) == 0 && (st.st_mode & 07777) == 0755) chmod(Path(name).c_str(), 0777);
+      }
+      chmod(m_dir.path().c_str(), 0777);
+      m_nobody = std::make_unique<NobodyAgentProcess>(m_dir.path(), "agent.conf");
+    } else {
+      m_agent = std::make_unique<AgentProcess>(m_dir.path(), std::vector<std::string>{"agent.conf"});
+    }
   }
 
   // The handed-off events, oldest first, in readable notation.
@@ -132,9 +211,9 @@ class FaultAgent {
     const size_t start = Count(Diag(), "LogGather end");
     return PollFor([&] { return Count(Diag(), "LogGather end") >= start + static_cast<size_t>(cycles); }, ms);
   }
-  bool Running() { return m_agent && m_agent->Wait(0) == -1; }
-  int Wait(int ms) { return m_agent ? m_agent->Wait(ms) : -2; }
-  std::string Stderr() const { return m_agent ? m_agent->Stderr() : ""; }
+  bool Running() { return Wait(0) == -1; }
+  int Wait(int ms) { return m_nobody ? m_nobody->Wait(ms) : m_agent ? m_agent->Wait(ms) : -2; }
+  std::string Stderr() const { return m_nobody ? m_nobody->Stderr() : m_agent ? m_agent->Stderr() : ""; }
 
   static size_t Count(const std::string& text, const std::string& what) {
     size_t n = 0;
@@ -147,6 +226,7 @@ class FaultAgent {
   std::string m_logDir = "log";
   std::string m_outDir = "out";
   std::unique_ptr<AgentProcess> m_agent;
+  std::unique_ptr<NobodyAgentProcess> m_nobody;
 };
 
 // Column 3 above 90 fires (level 2); lines "x,y,NN".
@@ -165,8 +245,6 @@ std::string CpuEvent(int index, const std::string& line) {
   const std::string value = line.substr(third, line.find(',', third) - third);
   return std::to_string(index) + "|1{|}2{|}COLUMN[3] Value[" + value + "] > 90, ORIGINAL_MSG:" + line + "\n";
 }
-
-bool RunningAsRoot() { return geteuid() == 0; }
 
 // The file behind the name changes under the agent. What the agent promises:
 // a file shorter than the saved offset is read again from its start; lines
@@ -242,12 +320,12 @@ TEST(Faults, DeletedWatchedFileIsReportedEveryCycleUntilItReturns) {
 
 // An unreadable file is skipped with a record each cycle; what was appended
 // to it meanwhile is read once it can be opened again. Root reads files
-// whatever their mode, so that case needs another user; a symbolic link that
-// points at itself cannot be opened by anyone.
+// whatever their mode, so that case runs the agent as user nobody; a
+// symbolic link that points at itself cannot be opened by anyone.
 TEST(Faults, UnreadableWatchedFileResumesAtItsOffsetWhenRepaired) {
   struct Case {
     const char* name;
-    bool needs_non_root;
+    bool unprivileged;  // the fault is a file mode: root must not run the agent
     std::string error;  // "[errno] " ... ": text" of the record
     std::function<void(const std::string& path)> fault, repair;
   };
@@ -264,14 +342,14 @@ TEST(Faults, UnreadableWatchedFileResumesAtItsOffsetWhenRepaired) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    if (c.needs_non_root && RunningAsRoot()) {
-      std::cout << "[ SKIPPED  ] " << c.name << ": root reads files whatever their mode\n";
+    if (c.unprivileged && RunningAsRoot() && !NobodyCanRunAgent()) {
+      std::cout << "[ SKIPPED  ] " << c.name << ": user nobody cannot reach " << testsupport::AgentBinary() << "\n";
       continue;
     }
     FaultAgent agent;
     const std::string path = agent.Path("logs/app.log");
     ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
-    agent.Start({CpuRule(1, path)});
+    agent.Start({CpuRule(1, path)}, "log", "out", c.unprivileged);
     ASSERT_TRUE(agent.WaitForEvents(1));
     c.fault(path);
     const std::string real = FileExists(path + ".real") ? path + ".real" : path;
@@ -354,15 +432,16 @@ TEST(Faults, OutputPathTheShellWouldInterpretIsRefusedAtStartUp) {
 }
 
 TEST(Faults, UnwritableOutputDirectoryDropsEventsUntilRepaired) {
-  if (RunningAsRoot()) GTEST_SKIP() << "root writes into a directory whatever its mode";
+  if (RunningAsRoot() && !NobodyCanRunAgent()) GTEST_SKIP() << "user nobody cannot reach the agent binary";
   FaultAgent agent;
   const std::string path = agent.Path("logs/app.log");
   ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
   ASSERT_EQ(chmod(agent.Path("out").c_str(), 0555), 0);
-  agent.Start({CpuRule(1, path)});
+  agent.Start({CpuRule(1, path)}, "log", "out", true);
   ASSERT_TRUE(agent.WaitForDiag("log count = 1, fault count = 1"));
   EXPECT_TRUE(ListDir(agent.Path("out")).empty());
-  ASSERT_EQ(chmod(agent.Path("out").c_str(), 0755), 0);
+  EXPECT_TRUE(agent.Running());
+  ASSERT_EQ(chmod(agent.Path("out").c_str(), 0777), 0);
   ASSERT_TRUE(AppendFile(path, "c,d,92\n"));
   ASSERT_TRUE(agent.WaitForEvents(1));
   EXPECT_EQ(agent.Events(), CpuEvent(1, "c,d,92"));
@@ -395,7 +474,7 @@ TEST(Faults, FullOutputDirectoryDelaysWithoutLosingLines) {
 TEST(Faults, DiagnosticLogDirectoryMissingOrBlocked) {
   struct Case {
     const char* name;
-    bool needs_non_root;
+    bool unprivileged;  // the fault is a file mode: root must not run the agent
     std::string error;
     std::function<void(FaultAgent&)> fault, repair;
   };
@@ -410,19 +489,19 @@ TEST(Faults, DiagnosticLogDirectoryMissingOrBlocked) {
        }},
       {"read-only directory", true, "Permission denied",
        [](FaultAgent& a) { ASSERT_EQ(mkdir(a.Path("diag").c_str(), 0555), 0); },
-       [](FaultAgent& a) { ASSERT_EQ(chmod(a.Path("diag").c_str(), 0755), 0); }},
+       [](FaultAgent& a) { ASSERT_EQ(chmod(a.Path("diag").c_str(), 0777), 0); }},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    if (c.needs_non_root && RunningAsRoot()) {
-      std::cout << "[ SKIPPED  ] " << c.name << ": root writes into a directory whatever its mode\n";
+    if (c.unprivileged && RunningAsRoot() && !NobodyCanRunAgent()) {
+      std::cout << "[ SKIPPED  ] " << c.name << ": user nobody cannot reach " << testsupport::AgentBinary() << "\n";
       continue;
     }
     FaultAgent agent;
     const std::string path = agent.Path("logs/app.log");
     ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
     c.fault(agent);
-    agent.Start({CpuRule(1, path)}, "diag");
+    agent.Start({CpuRule(1, path)}, "diag", "out", c.unprivileged);
     ASSERT_TRUE(agent.WaitForEvents(1));
     ASSERT_TRUE(PollFor([&] {
       const std::string err = agent.Stderr();
