@@ -58,6 +58,89 @@ bool fIsAsciiLetter(char l_chChar) {
   return l_uchLower >= 'a' && l_uchLower <= 'z';
 }
 
+// A blank as strtol and strtod skip it in the "C" locale.
+bool fIsBlank(char l_chChar) { return l_chChar == ' ' || (l_chChar >= '\t' && l_chChar <= '\r'); }
+bool fIsDigit(char l_chChar) { return l_chChar >= '0' && l_chChar <= '9'; }
+
+// First occurrence of the non-empty `l_pstrNeedle` in `l_pstrText`, as strstr
+// finds it; `*l_ppstrAfter` receives the end of the match. Columns and the
+// texts around numbers are short, where a plain scan beats the set-up of the
+// library's vectorised search.
+char* fFindShort(char* l_pstrText, const char* l_pstrNeedle, char** l_ppstrAfter) {
+  const char l_chFirst = l_pstrNeedle[0];
+  for (char* l_pstrPos = l_pstrText; *l_pstrPos != '\0'; ++l_pstrPos) {
+    if (*l_pstrPos != l_chFirst) continue;
+    size_t l_nLen = 1;
+    while (l_pstrNeedle[l_nLen] != '\0' && l_pstrPos[l_nLen] == l_pstrNeedle[l_nLen]) ++l_nLen;
+    if (l_pstrNeedle[l_nLen] == '\0') {
+      *l_ppstrAfter = l_pstrPos + l_nLen;
+      return l_pstrPos;
+    }
+    if (l_pstrPos[l_nLen] == '\0') return nullptr;  // the text ends inside a partial match
+  }
+  return nullptr;
+}
+
+// The number at the start of [l_pstrBegin, l_pstrEnd) as strtol with base 10
+// reads it (blanks, a sign, digits; no digits give 0), saturated at the
+// 32-bit limits as strtol saturates at its own.
+int fParseInt(const char* l_pstrBegin, const char* l_pstrEnd) {
+  const char* l_pstrPos = l_pstrBegin;
+  while (l_pstrPos < l_pstrEnd && fIsBlank(*l_pstrPos)) ++l_pstrPos;
+  bool l_bNegative = false;
+  if (l_pstrPos < l_pstrEnd && (*l_pstrPos == '+' || *l_pstrPos == '-')) l_bNegative = *l_pstrPos++ == '-';
+  unsigned long long l_ullMagnitude = 0;
+  for (; l_pstrPos < l_pstrEnd && fIsDigit(*l_pstrPos); ++l_pstrPos) {
+    // Past 2^32 the result is saturated anyway: stop growing, keep reading.
+    if (l_ullMagnitude <= 0xFFFFFFFFULL) l_ullMagnitude = l_ullMagnitude * 10 + static_cast<unsigned>(*l_pstrPos - '0');
+  }
+  if (l_bNegative) return l_ullMagnitude >= 2147483648ULL ? INT_MIN : -static_cast<int>(l_ullMagnitude);
+  return l_ullMagnitude > static_cast<unsigned long long>(INT_MAX) ? INT_MAX : static_cast<int>(l_ullMagnitude);
+}
+
+// The number at the start of [l_pstrBegin, l_pstrEnd) as strtod reads it,
+// narrowed to single precision. The text holds no letter (the caller has
+// refused those), so it is blanks, a sign, digits and at most one point:
+// up to 15 significant digits and 22 decimals the value is an exact integer
+// divided by an exact power of ten, which IEEE division rounds correctly, as
+// strtod does. Longer texts go to strtod itself (over a NUL put at the end
+// for the call and taken away again).
+float fParseFloat(char* l_pstrBegin, char* l_pstrEnd) {
+  static constexpr double kPow10[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                      1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+  const char* l_pstrPos = l_pstrBegin;
+  while (l_pstrPos < l_pstrEnd && fIsBlank(*l_pstrPos)) ++l_pstrPos;
+  bool l_bNegative = false;
+  if (l_pstrPos < l_pstrEnd && (*l_pstrPos == '+' || *l_pstrPos == '-')) l_bNegative = *l_pstrPos++ == '-';
+  unsigned long long l_ullMantissa = 0;
+  int l_nSignificant = 0;
+  int l_nDecimals = 0;
+  bool l_bDigits = false;
+  bool l_bPoint = false;
+  for (; l_pstrPos < l_pstrEnd; ++l_pstrPos) {
+    if (*l_pstrPos == '.' && !l_bPoint) {
+      l_bPoint = true;
+      continue;
+    }
+    if (!fIsDigit(*l_pstrPos)) break;
+    l_bDigits = true;
+    if (l_bPoint) ++l_nDecimals;
+    if (l_ullMantissa == 0 && *l_pstrPos == '0') continue;  // leading zeros add nothing
+    if (++l_nSignificant > 15) break;
+    l_ullMantissa = l_ullMantissa * 10 + static_cast<unsigned>(*l_pstrPos - '0');
+  }
+  if (!l_bDigits) return 0.0f;  // no conversion: strtod gives +0, even after a '-'
+  if (l_nSignificant <= 15 && l_nDecimals <= 22) {
+    const double l_dValue = static_cast<double>(l_ullMantissa) / kPow10[l_nDecimals];
+    return static_cast<float>(l_bNegative ? -l_dValue : l_dValue);
+  }
+  const char l_chSaved = *l_pstrEnd;
+  *l_pstrEnd = '\0';
+  const float l_fValue = static_cast<float>(strtod(l_pstrBegin, nullptr));
+  *l_pstrEnd = l_chSaved;
+  return l_fValue;
+}
+
 // Appends `l_pstrSrc` to the NUL-terminated text in `l_pstrDst` (a buffer of
 // `l_nSize` bytes) as far as it fits; the rest is not stored.
 void fAppendBounded(char* l_pstrDst, size_t l_nSize, const char* l_pstrSrc) {
@@ -154,48 +237,36 @@ int CColumnLogger::fColumnIndexFind(int l_nIndx, int l_nSecLogCntFaultLevel, int
   return RESULT_OK;
 }
 
-// The value text is parsed in place: when it ends before the column does (at
-// m_strExt2), one byte of the column is set to NUL for the parse and put back
-// at once, so later rules read the column unchanged and nothing is copied.
+// The value text is read in place, between two pointers into the column:
+// nothing is copied and the column stays as later rules must read it.
 int CColumnLogger::fColumnFaultSearchNum(ST_NUM_PATTERN_LIST* l_pstNumPatternList, char* l_pstrColumnP) {
   if (l_pstNumPatternList == nullptr || l_pstrColumnP == nullptr) return RESULT_FAIL;
   ST_NUM_PATTERN_LIST* l_pstRule = l_pstNumPatternList;
 
-  // 1. Value text [l_pstrValue, l_pstrEnd).
+  // 1. Value text [l_pstrValue, l_pstrEnd); l_pstrEnd stays null when the
+  // value runs to the end of the column.
   char* l_pstrValue = l_pstrColumnP;
   char* l_pstrEnd = nullptr;
-  if (l_pstRule->m_strExt1[0] != '\0') {
-    char* l_pstrFound = strstr(l_pstrColumnP, l_pstRule->m_strExt1);
-    if (l_pstrFound != nullptr) {
-      l_pstrValue = l_pstrFound + strlen(l_pstRule->m_strExt1);
-      if (l_pstRule->m_strExt2[0] != '\0') l_pstrEnd = strstr(l_pstrValue, l_pstRule->m_strExt2);
-    }
+  if (l_pstRule->m_strExt1[0] != '\0' && fFindShort(l_pstrColumnP, l_pstRule->m_strExt1, &l_pstrValue) != nullptr &&
+      l_pstRule->m_strExt2[0] != '\0') {
+    char* l_pstrAfter = nullptr;
+    l_pstrEnd = fFindShort(l_pstrValue, l_pstRule->m_strExt2, &l_pstrAfter);
   }
-  if (l_pstrEnd == nullptr) l_pstrEnd = l_pstrValue + strlen(l_pstrValue);
 
-  // 2. A letter anywhere in the value text: the rule does not apply.
-  for (const char* l_pstrScan = l_pstrValue; l_pstrScan < l_pstrEnd; ++l_pstrScan) {
+  // 2. A letter anywhere in the value text: the rule does not apply. The
+  // same scan finds the end of a value that runs to the end of the column.
+  char* l_pstrScan = l_pstrValue;
+  for (; l_pstrEnd != nullptr ? l_pstrScan < l_pstrEnd : *l_pstrScan != '\0'; ++l_pstrScan) {
     if (fIsAsciiLetter(*l_pstrScan)) return RESULT_FAIL;
   }
+  l_pstrEnd = l_pstrScan;
 
   // 3. Parse from the start of the value text, bounded by its end: as a
   // 32-bit integer for an integer rule, as a single-precision number
   // otherwise (only the number the rule compares is needed).
   const bool l_bInteger = l_pstRule->m_nFaultDecide == NUM_DECIDE_INT;
-  const char l_chSaved = *l_pstrEnd;
-  *l_pstrEnd = '\0';
-  long l_lValue = 0;
-  float l_fValue = 0.0f;
-  if (l_bInteger) {
-    l_lValue = strtol(l_pstrValue, nullptr, 10);
-  } else {
-    l_fValue = static_cast<float>(strtod(l_pstrValue, nullptr));
-  }
-  *l_pstrEnd = l_chSaved;
-  // The integer saturates at the 32-bit limits, as strtol does at its own.
-  if (l_lValue > INT_MAX) l_lValue = INT_MAX;
-  if (l_lValue < INT_MIN) l_lValue = INT_MIN;
-  const int l_nValue = static_cast<int>(l_lValue);
+  const int l_nValue = l_bInteger ? fParseInt(l_pstrValue, l_pstrEnd) : 0;
+  const float l_fValue = l_bInteger ? 0.0f : fParseFloat(l_pstrValue, l_pstrEnd);
 
   // 4./5. Compare; format the message only when the rule fires.
   char l_strMsg[NUM_MESSAGE_SIZE];
