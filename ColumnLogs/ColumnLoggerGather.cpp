@@ -1,6 +1,7 @@
 // The gather cycle: every watched log gets one turn in which its appended
 // lines are read, filtered by its line patterns and evaluated; entries that
 // watch the same file share one read.
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -28,19 +29,49 @@ bool fSameGroup(const ST_LOGFILE_INFO* l_pstA, const ST_LOGFILE_INFO* l_pstB) {
          l_pstA->m_nLogType == l_pstB->m_nLogType && strcmp(l_pstA->m_strLogFile, l_pstB->m_strLogFile) == 0;
 }
 
-// Reads one piece: at most l_nMax bytes, ending after a line end or earlier.
-// Returns its length (0 at the end of the file or on a read error).
-long fReadPiece(FILE* l_pstFd, char* l_pstrBuf, int l_nMax) {
-  long l_lLen = 0;
-  while (l_lLen < l_nMax) {
-    const int l_nCh = getc_unlocked(l_pstFd);
-    if (l_nCh == EOF) break;
-    l_pstrBuf[l_lLen++] = static_cast<char>(l_nCh);
-    if (l_nCh == '\n') break;
+// Reads a watched log piece by piece, a piece being what fgets would give:
+// the bytes up to and including the next line end, at most l_nMax of them,
+// NUL bytes of the log included. The bytes come from the stream in chunks of
+// READ_CHUNK_SIZE, one read each, instead of one library call per byte.
+// All of a chunk is used before the next one is read, so at the end of the
+// file the stream's position is that of the last byte handed out.
+class CPieceReader {
+ public:
+  explicit CPieceReader(FILE* l_pstFd) : m_pstFd(l_pstFd) {}
+  // Fills `l_pstrBuf` (room for l_nMax + 1 bytes) with the next piece and
+  // its terminator; returns its length, 0 at the end of the file or on a
+  // read error.
+  long fNext(char* l_pstrBuf, long l_nMax) {
+    long l_lLen = 0;
+    while (l_lLen < l_nMax) {
+      if (m_lPos == m_lAvail && !fRefill()) break;
+      const long l_lWant = std::min(l_nMax - l_lLen, m_lAvail - m_lPos);
+      const char* l_pstrFrom = m_strChunk + m_lPos;
+      const void* l_pvEnd = memchr(l_pstrFrom, '\n', static_cast<size_t>(l_lWant));
+      const long l_lTake = l_pvEnd != nullptr ? static_cast<const char*>(l_pvEnd) - l_pstrFrom + 1 : l_lWant;
+      memcpy(l_pstrBuf + l_lLen, l_pstrFrom, static_cast<size_t>(l_lTake));
+      l_lLen += l_lTake;
+      m_lPos += l_lTake;
+      if (l_pvEnd != nullptr) break;
+    }
+    l_pstrBuf[l_lLen] = '\0';
+    return l_lLen;
   }
-  l_pstrBuf[l_lLen] = '\0';
-  return l_lLen;
-}
+
+ private:
+  static constexpr long READ_CHUNK_SIZE = 16384;
+
+  bool fRefill() {
+    m_lAvail = static_cast<long>(fread(m_strChunk, 1, sizeof(m_strChunk), m_pstFd));
+    m_lPos = 0;
+    return m_lAvail > 0;
+  }
+
+  FILE* m_pstFd;
+  long m_lPos = 0;    // next unused byte of the chunk
+  long m_lAvail = 0;  // bytes in the chunk
+  char m_strChunk[READ_CHUNK_SIZE];
+};
 
 }  // namespace
 
@@ -133,9 +164,10 @@ void CColumnLogger::fOfferLine(ST_LOGFILE_INFO* l_pstLogFileInfo, char* l_pstrOp
 void CColumnLogger::fReadTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd, char* l_pstrOpenName,
                               long* l_plPieces, long* l_plUnfinished) {
   char l_strPiece[READ_PIECE_SIZE];
+  CPieceReader l_clReader(l_pstFd);
   int l_nThrottle = 0;
   for (;;) {
-    const long l_lPieceLen = fReadPiece(l_pstFd, l_strPiece, READ_PIECE_SIZE - 1);
+    const long l_lPieceLen = l_clReader.fNext(l_strPiece, READ_PIECE_SIZE - 1);
     if (l_lPieceLen == 0) break;
     ++*l_plPieces;
     if (g_nPrint == 1) fprintf(stderr, "[%s]read_log : %s\n", l_pstLogFileInfo->m_strLogFile, l_strPiece);
