@@ -1,12 +1,17 @@
 // Event output of the gatherer: rule and line-rate events appended to the
 // cycle's event file, and the count of the output directory.
 #include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include <cstring>
 #include <memory>
 
 #include "ColumnLogger.h"
 #include "CommonConst.h"
+#include "CommonFunc.h"
 #include "EventFormat.h"
 
 namespace {
@@ -14,9 +19,6 @@ namespace {
 // Most event lines fit here; longer ones go to one exact-size heap buffer.
 constexpr size_t EVENT_STACK_SIZE = 2048;
 
-struct FileCloser {
-  void operator()(FILE* l_pstFd) const { fclose(l_pstFd); }
-};
 struct DirCloser {
   void operator()(DIR* l_pstDir) const { closedir(l_pstDir); }
 };
@@ -68,15 +70,24 @@ int CColumnLogger::fMakeOutFile(char* l_pstrValueMsg) {
 }
 
 // One open, one write, one close per event: nothing stays open between events,
-// so the collector never sees a half-held file after the hand-off.
+// so the collector never sees a half-held file after the hand-off. The file
+// is opened as fopen's "a+" opens it (read and append, created with mode
+// 0666 less the umask) but without a stream: a stream would add a status
+// call and a buffer to every event.
 int CColumnLogger::fAppendEvent(const char* l_pstrLine, size_t l_nLen) {
-  // "e": close-on-exec, so the shell of the close-out command never inherits it.
-  std::unique_ptr<FILE, FileCloser> l_pstFd(fopen(m_strOutPutFileName, "a+e"));
-  if (l_pstFd == nullptr) return RESULT_FAIL;
-  const size_t l_nWritten = fwrite(l_pstrLine, 1, l_nLen, l_pstFd.get());
+  // fgOpen adds close-on-exec, so the shell of the close-out command never inherits it.
+  const int l_nFd = fgOpen(m_strOutPutFileName, O_RDWR | O_CREAT | O_APPEND, 0666);
+  if (l_nFd < 0) return RESULT_FAIL;
+  size_t l_nDone = 0;
+  while (l_nDone < l_nLen) {
+    const ssize_t l_nWritten = write(l_nFd, l_pstrLine + l_nDone, l_nLen - l_nDone);
+    if (l_nWritten < 0 && errno == EINTR) continue;
+    if (l_nWritten <= 0) break;
+    l_nDone += static_cast<size_t>(l_nWritten);
+  }
   // A short write or a failed close (disk full) means the event was not kept.
-  const int l_nClose = fclose(l_pstFd.release());
-  if (l_nWritten != l_nLen || l_nClose != 0) return RESULT_FAIL;
+  const int l_nClose = close(l_nFd);
+  if (l_nDone != l_nLen || l_nClose != 0) return RESULT_FAIL;
   return RESULT_OK;
 }
 
