@@ -13,21 +13,19 @@
 
 #include <atomic>
 #include <ctime>
+#include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "OmniLog.h"
 #include "TestSupport.h"
 
 namespace omnilogtest {
 
-inline std::atomic<long long>& FakeNow() {
-  static std::atomic<long long> s_llNow{0};
-  return s_llNow;
-}
-
-// The logger's time source in tests: whatever FakeNow() holds.
-inline time_t FakeClock() { return static_cast<time_t>(FakeNow().load()); }
+// The logger's time source in tests: whatever g_llFakeNow holds.
+inline std::atomic<long long> g_llFakeNow{0};
+inline time_t FakeClock() { return static_cast<time_t>(g_llFakeNow.load()); }
 
 // Local time of the given calendar moment, whatever the time zone.
 inline time_t LocalTime(int year, int month, int day, int hour = 12, int minute = 0, int second = 0) {
@@ -43,11 +41,17 @@ inline time_t LocalTime(int year, int month, int day, int hour = 12, int minute 
 }
 
 inline void SetNow(int year, int month, int day, int hour = 12, int minute = 0, int second = 0) {
-  FakeNow().store(static_cast<long long>(LocalTime(year, month, day, hour, minute, second)));
+  g_llFakeNow.store(static_cast<long long>(LocalTime(year, month, day, hour, minute, second)));
 }
 
-// Runs the test body inside the layout above and goes back to the previous
-// working directory afterwards.
+inline void SetMtime(const std::string& path, time_t when) {
+  struct timespec times[2] = {{when, 0}, {when, 0}};
+  utimensat(AT_FDCWD, path.c_str(), times, 0);
+}
+
+inline char* Text(const std::string& text) { return const_cast<char*>(text.c_str()); }
+
+// Runs the test body inside the layout above, at 15 March 2024 14:30:05.
 class LoggerLayout : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -68,33 +72,37 @@ class LoggerLayout : public ::testing::Test {
   // Prefix of the log files, with its trailing "/".
   std::string LogDir() const { return m_tmp.path() + "/logs/"; }
   std::string LogFile(const std::string& name) const { return LogDir() + name; }
-  std::string Root() const { return m_tmp.path(); }
+  // A fresh subdirectory of the log directory, with its trailing "/".
+  std::string SubDir(const std::string& name) const {
+    const std::string dir = LogDir() + name + "/";
+    EXPECT_EQ(mkdir(dir.c_str(), 0755), 0) << dir;
+    return dir;
+  }
 
-  // Installs a script of the project's utils/ directory into the layout.
-  void InstallProjectScript(const std::string& relative) {
-    const std::string source = std::string(COLUMNLOGS_SOURCE_DIR) + "/utils/" + relative;
+  // Installs a script under utils/: the project's own (text empty) or a stand-in.
+  void InstallScript(const std::string& relative, const std::string& text = "") {
     const std::string target = m_tmp.path() + "/utils/" + relative;
-    ASSERT_TRUE(testsupport::WriteFile(target, testsupport::ReadFile(source))) << source;
+    const std::string source = std::string(COLUMNLOGS_SOURCE_DIR) + "/utils/" + relative;
+    ASSERT_TRUE(testsupport::WriteFile(target, text.empty() ? testsupport::ReadFile(source) : text)) << target;
     ASSERT_EQ(chmod(target.c_str(), 0755), 0);
   }
-  // Installs a script with the given text under utils/.
-  void InstallScript(const std::string& relative, const std::string& text) {
-    const std::string target = m_tmp.path() + "/utils/" + relative;
-    ASSERT_TRUE(testsupport::WriteFile(target, text));
-    ASSERT_EQ(chmod(target.c_str(), 0755), 0);
+
+  // A logger on the fake clock writing under `dir`; `thread` as the
+  // constructor's fourth argument, or none when negative.
+  static std::unique_ptr<COmniLog> MakeLogger(const std::string& dir, int mode = 2, const std::string& name = "SER",
+                                              int validDay = 7, int thread = -1) {
+    auto log = thread < 0 ? std::make_unique<COmniLog>(mode, Text(name), validDay)
+                          : std::make_unique<COmniLog>(mode, Text(name), validDay, thread);
+    log->fSetClock(FakeClock);
+    EXPECT_EQ(log->fSetLogPath(Text(dir)), 1);
+    return log;
+  }
+  static void Write(COmniLog& log, const std::string& message, int grade = 3, const std::string& code = "LOG") {
+    log.fLogWrite(grade, Text(code), Text(message));
   }
 
   testsupport::TempDir m_tmp;
   std::string m_oldCwd;
 };
-
-// Sets a file's modification time (seconds since the epoch).
-inline void SetMtime(const std::string& path, time_t when) {
-  struct timespec times[2];
-  times[0].tv_sec = when;
-  times[0].tv_nsec = 0;
-  times[1] = times[0];
-  utimensat(AT_FDCWD, path.c_str(), times, 0);
-}
 
 }  // namespace omnilogtest
