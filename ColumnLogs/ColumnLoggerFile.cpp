@@ -180,17 +180,24 @@ int CColumnLogger::fFilePointSeek(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_pp
     if (l_pstLogFileInfo->m_nLogType == LOG_TYPE_WHOLE_FILE) l_pstLogFileInfo->m_lOffSet = 0;
   }
   const long l_lSize = static_cast<long>(l_stStat.st_size);
-  int l_nSeek;
+  long l_lTarget;
   if (l_pstLogFileInfo->m_nFirstFlag == 1) {
     // A file shorter than the offset was truncated or replaced: start over.
     if (l_pstLogFileInfo->m_lOffSet > l_lSize) l_pstLogFileInfo->m_lOffSet = 0;
-    l_nSeek = fseek(*l_ppstFd, l_pstLogFileInfo->m_lOffSet, SEEK_SET);
+    l_lTarget = l_pstLogFileInfo->m_lOffSet;
   } else {
-    l_nSeek = l_pstLogFileInfo->m_nLogType == LOG_TYPE_FROM_END ? fseek(*l_ppstFd, 0, SEEK_END)
-                                                                : fseek(*l_ppstFd, 0, SEEK_SET);
+    // First look: the end of the file for type 0, its start otherwise.
+    l_lTarget = l_pstLogFileInfo->m_nLogType == LOG_TYPE_FROM_END ? l_lSize : 0;
     fMarkFirstLook(l_pstLogFileInfo);
   }
-  if (l_nSeek != 0) return -1;
+  // Nothing new: the seek would land on the end of the file, so it is not
+  // made. (A stream that seeks also reads the block it lands in: for a log
+  // that has not grown, that was three system calls and a buffer a cycle.)
+  if (l_lTarget == l_lSize) {
+    l_pstLogFileInfo->m_lOffSet = l_lSize;
+    return -1;
+  }
+  if (fseek(*l_ppstFd, l_lTarget, SEEK_SET) != 0) return -1;
   const long l_lPosition = ftell(*l_ppstFd);
   if (l_lPosition == l_lSize) {
     l_pstLogFileInfo->m_lOffSet = l_lPosition;
