@@ -51,7 +51,7 @@ FILE* fOpenLogStream(const char* l_pstrPath) {
     l_nErr = EISDIR;
   } else if (!S_ISREG(l_stStat.st_mode)) {
     l_nErr = ESPIPE;
-  } else if (fcntl(l_nFd, F_SETFL, fcntl(l_nFd, F_GETFL) & ~O_NONBLOCK) != 0) {
+  } else if (fcntl(l_nFd, F_SETFL, 0) != 0) {  // clears O_NONBLOCK, the only status flag set
     l_nErr = errno;
   }
   FILE* l_pstFd = l_nErr == 0 ? fdopen(l_nFd, "r") : nullptr;
