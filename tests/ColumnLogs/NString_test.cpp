@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CommonConst.h"
@@ -13,205 +14,94 @@ namespace {
 using testsupport::Readable;
 using testsupport::Sep;
 
-// Walks `text` to the end; "<null>" marks the final null result.
+// Walks `text` to the end: the tokens, each followed by "|", then "<null>".
 template <typename Tok>
-std::vector<std::string> Walk(std::string text, const char* delim, Tok tok) {
-  std::vector<std::string> tokens;
+std::string Walk(std::string text, const char* delim, Tok tok) {
+  std::string tokens;
   char* save = nullptr;
   char* token = tok(&text[0], delim, &save);
-  for (int guard = 0; token != nullptr && guard < 20; ++guard) {
-    tokens.push_back(Readable(token));
-    token = tok(nullptr, delim, &save);
+  for (int guard = 0; token != nullptr && guard < 20; ++guard, token = tok(nullptr, delim, &save)) {
+    tokens += Readable(token) + "|";
   }
-  tokens.push_back("<null>");
-  return tokens;
+  return tokens + "<null>";
 }
 
 TEST(Nstrtok, SplitsAtRunsOfDelimiters) {
-  struct Case {
+  const struct {
     const char* text;
-    std::vector<std::string> tokens;
+    const char* delim;
+    const char* tokens;
+  } cases[] = {
+      {"key==value=x", "=", "key|value|x|<null>"}, {"=x", "=", "|x|<null>"}, {"a===", "=", "a||<null>"},
+      {"", "=", "|<null>"},                         {"a,;,b", ",;", "a|b|<null>"},
   };
-  const Case cases[] = {
-      {"a=b", {"a", "b", "<null>"}},
-      {"key==value", {"key", "value", "<null>"}},
-      {"=x", {"", "x", "<null>"}},
-      {"a=b=c", {"a", "b", "c", "<null>"}},
-      {"a=", {"a", "", "<null>"}},
-      {"a===", {"a", "", "<null>"}},
-      {"abc", {"abc", "<null>"}},
-      {"", {"", "<null>"}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    EXPECT_EQ(Walk(c.text, "=", Nstrtok), c.tokens);
-  }
-}
-
-TEST(Nstrtok, SavePointerMarksTheValueOfAKeyLine) {
-  char line[] = "KEY==a=b\n";
-  char* save = nullptr;
-  char* key = Nstrtok(line, "=", &save);
-  EXPECT_STREQ(key, "KEY");
-  EXPECT_STREQ(save, "a=b\n");
-  // A delimiter set of several characters collapses mixed runs.
-  char mixed[] = "a,;,b";
-  EXPECT_STREQ(Nstrtok(mixed, ",;", &save), "a");
-  EXPECT_STREQ(save, "b");
-}
-
-TEST(Nstrtok, NullStringAndNullSaveGiveNullAndKeepTheSavePointer) {
+  for (const auto& c : cases) EXPECT_EQ(Walk(c.text, c.delim, Nstrtok), c.tokens) << c.text;
   char* save = nullptr;
   EXPECT_EQ(Nstrtok(nullptr, "=", &save), nullptr);
-  EXPECT_EQ(save, nullptr);
 }
 
 TEST(Nstrstrtok, SplitsAtTheWholeSeparator) {
-  struct Case {
+  const struct {
     std::string text;
     std::string sep;
-    std::vector<std::string> tokens;
+    const char* tokens;
+  } cases[] = {
+      {"a{~}b{~}", SEP_TILDE, "a|b||<null>"},
+      {"a{~}{~}b", SEP_TILDE, "a||b|<null>"},
+      {"a{|}b", SEP_TILDE, "a{|}b|<null>"},  // the other separator is text
+      {"a\x03\x1f" "b", SEP_TILDE, "a\x03\x1f" "b|<null>"},  // so is a partial one
   };
-  const Case cases[] = {
-      {"a{~}b", SEP_TILDE, {"a", "b", "<null>"}},
-      {"a{~}b{~}", SEP_TILDE, {"a", "b", "", "<null>"}},
-      {"a{~}{~}b", SEP_TILDE, {"a", "", "b", "<null>"}},
-      {"a{|}b", SEP_TILDE, {"a{|}b", "<null>"}},  // the other separator is text
-      {"abc", SEP_BAR, {"abc", "<null>"}},
-      {"xssyss", "ss", {"x", "y", "", "<null>"}},
-      {"a\x03\x1f" "b", SEP_TILDE, {"a\x03\x1f" "b", "<null>"}},  // a partial separator is text
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    EXPECT_EQ(Walk(Sep(c.text), c.sep.c_str(), Nstrstrtok), c.tokens);
-  }
-}
-
-TEST(Nstrstrtok, EmptySeparatorReturnsTheWholeStringAndStays) {
+  for (const auto& c : cases) EXPECT_EQ(Walk(Sep(c.text), c.sep.c_str(), Nstrstrtok), c.tokens) << c.text;
+  // An empty separator returns the whole string and stays there.
   char text[] = "abc";
   char* save = nullptr;
   EXPECT_EQ(Nstrstrtok(text, "", &save), text);
   EXPECT_EQ(save, text);
-  EXPECT_STREQ(text, "abc");
 }
 
-TEST(Nstrstrtok, NestedWalksWithTwoSavePointers) {
-  std::string value = Sep("1{~}10{|}2{~}20{|}");
-  std::vector<std::string> pairs;
-  char* outer = nullptr;
-  for (char* entry = Nstrstrtok(&value[0], SEP_BAR, &outer); entry != nullptr && *entry != '\0';
-       entry = Nstrstrtok(nullptr, SEP_BAR, &outer)) {
-    char* inner = nullptr;
-    const char* level = Nstrstrtok(entry, SEP_TILDE, &inner);
-    const char* count = Nstrstrtok(nullptr, SEP_TILDE, &inner);
-    pairs.push_back(std::string(level) + ":" + count);
-  }
-  EXPECT_EQ(pairs, (std::vector<std::string>{"1:10", "2:20"}));
-}
-
-// Walks a line column by column with NstrOnetok or NstrDoubletok.
-std::vector<std::string> Columns(const std::string& line, char d1, char d2, bool twoDelims) {
-  std::string src = line;
-  std::vector<char> dest(src.size() + 1, 'X');
-  std::vector<std::string> cols;
-  char* pos = &src[0];
+// Cuts a line column by column with NstrOnetok (d1 == d2) or NstrDoubletok:
+// "text/consumed " per column, "<0>" at the end.
+std::string Columns(std::string line, char d1, char d2) {
+  std::string cols;
+  std::vector<char> dest(line.size() + 1, 'X');
+  char* pos = &line[0];
   for (int guard = 0; guard < 20; ++guard) {
-    char* next = nullptr;
-    const int used = twoDelims ? NstrDoubletok(dest.data(), pos, d1, d2, &next) : NstrOnetok(dest.data(), pos, d1, &next);
-    if (used == 0) {
-      cols.push_back("<0:" + std::string(dest.data()) + ">");
-      break;
-    }
-    cols.push_back(std::string(dest.data()) + "/" + std::to_string(used));
-    pos = next;
+    const int used = d1 == d2 ? NstrOnetok(dest.data(), pos, d1, &pos) : NstrDoubletok(dest.data(), pos, d1, d2, &pos);
+    if (used == 0) return cols + "<0:" + dest.data() + ">";
+    cols += std::string(dest.data()) + "/" + std::to_string(used) + " ";
   }
   return cols;
 }
 
 TEST(NstrOnetok, CutsColumnsAndCountsConsumedCharacters) {
-  struct Case {
+  const struct {
     const char* line;
-    char delim;
-    std::vector<std::string> cols;
+    char d1, d2;
+    const char* cols;
+  } cases[] = {
+      {",a,,b", ',', ',', "/1 a/2 /1 b/1 <0:>"}, {"a,", ',', ',', "a/2 <0:>"},
+      {"abc", ',', ',', "abc/3 <0:>"},          {"", ',', ',', "<0:>"},
+      {"a,b;c", ',', ';', "a/2 b/2 c/1 <0:>"},   {"a;,b", ',', ';', "a/2 /1 b/1 <0:>"},
   };
-  const Case cases[] = {
-      {"a,,b", ',', {"a/2", "/1", "b/1", "<0:>"}},
-      {"a,", ',', {"a/2", "<0:>"}},
-      {",a", ',', {"/1", "a/1", "<0:>"}},
-      {"", ',', {"<0:>"}},
-      {"abc", ',', {"abc/3", "<0:>"}},
-      {"a b", ' ', {"a/2", "b/1", "<0:>"}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.line);
-    EXPECT_EQ(Columns(c.line, c.delim, c.delim, false), c.cols);
-  }
-}
-
-TEST(NstrOnetok, NullSourceChangesNothing) {
+  for (const auto& c : cases) EXPECT_EQ(Columns(c.line, c.d1, c.d2), c.cols) << c.line;
   char dest[] = "keep";
   char* next = dest;
-  EXPECT_EQ(NstrOnetok(dest, nullptr, ',', &next), 0);
+  EXPECT_EQ(NstrOnetok(dest, nullptr, ',', &next) + NstrDoubletok(dest, nullptr, ',', ';', &next), 0);
   EXPECT_STREQ(dest, "keep");
   EXPECT_EQ(next, dest);
 }
 
-TEST(NstrDoubletok, EitherDelimiterEndsAColumn) {
-  struct Case {
-    const char* line;
-    std::vector<std::string> cols;
-  };
-  const Case cases[] = {
-      {"a,b;c", {"a/2", "b/2", "c/1", "<0:>"}},
-      {"a;,b", {"a/2", "/1", "b/1", "<0:>"}},
-      {";", {"/1", "<0:>"}},
-      {"", {"<0:>"}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.line);
-    EXPECT_EQ(Columns(c.line, ',', ';', true), c.cols);
-  }
-}
-
 TEST(Nisdigit, DigitsWithAnOptionalLeadingSign) {
-  struct Case {
-    const char* text;
-    int expected;
-  };
-  const Case cases[] = {
-      {"-12", 1}, {"+7", 1}, {"-", 1},   {"007", 1}, {"0", 1},    {"", 0},
-      {"1.5", 0}, {" 3", 0}, {"12a", 0}, {"1-2", 0}, {"--1", 0},  {"+", 1},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    EXPECT_EQ(Nisdigit(c.text), c.expected);
-  }
+  for (const char* yes : {"-12", "+7", "-", "007"}) EXPECT_EQ(Nisdigit(yes), 1) << yes;
+  for (const char* no : {"", "1.5", " 3", "1-2", "--1"}) EXPECT_EQ(Nisdigit(no), 0) << no;
   EXPECT_EQ(Nisdigit(nullptr), 0);
 }
 
 TEST(NCutQmark, StartsAfterTheFirstQuoteAndCutsAtTheNextBlank) {
-  struct Case {
-    const char* text;
-    const char* expected;
-  };
-  const Case cases[] = {
-      {"\"abc\" def", "abc\""},
-      {"x \"abc", "abc"},
-      {"\"a b c", "a"},
-      {"\"\"", "\""},
-      {"\"", ""},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    std::string text = c.text;
-    EXPECT_STREQ(NCutQmark(&text[0]), c.expected);
+  for (auto [text, expected] : std::vector<std::pair<std::string, const char*>>{
+           {"\"abc\" def", "abc\""}, {"x \"a b", "a"}, {"\"", ""}, {"no quote", "no quote"}}) {
+    EXPECT_STREQ(NCutQmark(&text[0]), expected) << text;
   }
-}
-
-TEST(NCutQmark, WithoutAQuoteReturnsTheSameUntouchedString) {
-  char text[] = "no quote here";
-  EXPECT_EQ(NCutQmark(text), text);
-  EXPECT_STREQ(text, "no quote here");
   EXPECT_EQ(NCutQmark(nullptr), nullptr);
 }
 
