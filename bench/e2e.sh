@@ -208,12 +208,13 @@ phase_b() {
   R[b_behind]=$(($(stat -c %s "$log") - p1))
 }
 
-# user+sys (and wall) seconds of one command, the median of three runs.
+# user+sys (and wall) seconds of one command, the median of three runs
+# (bash's own timer: millisecond resolution).
 time3() {
   local i out=() t
   for i in 1 2 3; do
-    t=$( { /usr/bin/time -f '%U %S %e' "$@" >/dev/null; } 2>&1 | tail -n 1)
-    out+=("$(awk '{ printf "%.3f %.2f", $1 + $2, $3 }' <<<"$t")")
+    t=$( { TIMEFORMAT='%3U %3S %3R'; time "$@" >/dev/null 2>&1; } 2>&1 | tail -n 1)
+    out+=("$(awk '{ printf "%.3f %.3f", $1 + $2, $3 }' <<<"$t")")
   done
   printf '%s\n' "${out[@]}" | sort -n | sed -n 2p
 }
