@@ -11,8 +11,11 @@
 // last 16 bytes (the two list links that end every list record, see
 // OrderedList.h) fall on the first bytes of the next slot, whose first page
 // already holds the next record's leading fields. A record whose middle is
-// never written thus costs one resident page. A slab holds kSlotsPerSlab
-// slots plus one page for the links of its last record.
+// never written thus costs one resident page. Consecutive records are also
+// shifted by a cache line each (up to kColors lines, as far as the slot's
+// spare bytes allow), so that a walk over the records does not find every
+// record's leading fields and links in the same cache set. A slab holds
+// kSlotsPerSlab slots plus one page for the links of its last record.
 //
 // Ownership: the pool owns its slabs; fAlloc hands out a record that stays
 // valid until it is given back with fFree or the pool is destroyed. When the
@@ -23,6 +26,7 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
@@ -38,11 +42,18 @@ class CRecordPool {
   static constexpr size_t kLinkBytes = 2 * sizeof(void*);  // m_pstNext, m_pstPrev end every record
   static constexpr size_t kSlotBytes = (sizeof(Rec) + kPage - 1) / kPage * kPage;
   static constexpr size_t kRecOffset = kSlotBytes - sizeof(Rec) + kLinkBytes;
+  static constexpr size_t kLine = 64;
+  // A record may sit up to (kColors - 1) lines further into its slot than the
+  // one before it only as far as the spare bytes of a slot let the next
+  // record start after the previous one's links.
+  static constexpr size_t kColors = std::min<size_t>(16, (kSlotBytes - sizeof(Rec)) / kLine + 1);
   static constexpr int kSlotsPerSlab = 16;
   static constexpr size_t kSlabBytes = kSlotBytes * kSlotsPerSlab + kPage;
   static_assert(sizeof(Rec) >= kPage, "small records belong on the heap");
   static_assert(kRecOffset % alignof(Rec) == 0, "records must stay aligned in their slots");
   static_assert(kRecOffset >= sizeof(void*), "the first slot keeps the slab chain in front of its record");
+  static_assert(kLine % alignof(Rec) == 0, "a shift by whole lines keeps records aligned");
+  static_assert(kLine * (kColors - 1) <= kSlotBytes - sizeof(Rec), "records of one slab never overlap");
 
   CRecordPool() = default;
   ~CRecordPool() { fReleaseSlabs(); }
@@ -68,7 +79,8 @@ class CRecordPool {
       m_pchSlab = l_pchSlab;
       m_nNextSlot = 0;
     }
-    char* l_pchRec = m_pchSlab + kSlotBytes * static_cast<size_t>(m_nNextSlot++) + kRecOffset;
+    const size_t l_nSlot = static_cast<size_t>(m_nNextSlot++);
+    char* l_pchRec = m_pchSlab + kSlotBytes * l_nSlot + kRecOffset + kLine * (l_nSlot % kColors);
     ++m_lLive;
     return reinterpret_cast<Rec*>(l_pchRec);  // fresh anonymous pages read as zero
   }

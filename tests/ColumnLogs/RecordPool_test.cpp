@@ -98,6 +98,11 @@ TEST(RecordPool, UnwrittenTextPagesStayOutOfMemory) {
     l_pstRec->m_pstPrev = l_pstRec;
     l_vpRecords.push_back(l_pstRec);
   }
+  // Consecutive records do not share their leading fields' place in a page,
+  // so a walk over them does not crowd one cache set.
+  for (size_t l_nRec = 1; l_nRec < l_vpRecords.size(); ++l_nRec)
+    EXPECT_NE(reinterpret_cast<uintptr_t>(l_vpRecords[l_nRec]) % 4096,
+              reinterpret_cast<uintptr_t>(l_vpRecords[l_nRec - 1]) % 4096);
   for (ST_BIG* l_pstRec : l_vpRecords) {
     EXPECT_TRUE(fResident(&l_pstRec->m_nIndex));
     EXPECT_TRUE(fResident(&l_pstRec->m_pstNext));
