@@ -131,7 +131,7 @@ const CheckCase kCases[] = {
        std::string c = Good(dir);
        return c.replace(c.find("/out/"), 5, "/out $HOME;/");
      },
-     0, {"characters that the shell interprets", "(blank, '$', ';')"}},
+     1, {"error: OUTPUT_PATH holds characters the shell would interpret : ", "the agent ends at start-up"}},
     {"OUTPUT_PATH missing", [](const std::string& dir) { return WithoutKey(Good(dir), "OUTPUT_PATH"); }, 1,
      {"error: OUTPUT_PATH is NULL: the agent ends at start-up", "entries not loaded"}},
     {"LOG_PATH missing", [](const std::string& dir) { return WithoutKey(Good(dir), "LOG_PATH"); }, 1,
