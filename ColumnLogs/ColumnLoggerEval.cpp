@@ -151,15 +151,35 @@ void fAppendBounded(char* l_pstrDst, size_t l_nSize, const char* l_pstrSrc) {
   l_pstrDst[l_nUsed + l_nCopy] = '\0';
 }
 
+// The three passes follow the registries' links rather than their cursors
+// (one load a rule instead of a load and a store through the registry);
+// fLeaveCursorsAtEnd then leaves each cursor where a cursor walk ends.
+
+// Each registry's cursor as a full walk (fMoveFirst, fMoveNext until null)
+// leaves it: past the last rule.
+void fLeaveCursorsAtEnd(CColumnLogger& l_clLogger) {
+  if (l_clLogger.m_pclNumPatternList != nullptr) {
+    l_clLogger.m_pclNumPatternList->fMoveLast();
+    l_clLogger.m_pclNumPatternList->fMoveNext();
+  }
+  if (l_clLogger.m_pclCharPatternList != nullptr) {
+    l_clLogger.m_pclCharPatternList->fMoveLast();
+    l_clLogger.m_pclCharPatternList->fMoveNext();
+  }
+  if (l_clLogger.m_pclDatePatternList != nullptr) {
+    l_clLogger.m_pclDatePatternList->fMoveLast();
+    l_clLogger.m_pclDatePatternList->fMoveNext();
+  }
+}
+
 // Numeric pass of one column. Within a run of consecutive rules for this
 // column the first rule that fires ends the run; a rule of the same watched
 // log for another column between them starts a new run.
 void fNumPass(CColumnLogger& l_clLogger, int l_nIndx, int l_nColumn, char* l_pstrColumn) {
   CNumPatternList* l_pclList = l_clLogger.m_pclNumPatternList;
   if (l_pclList == nullptr) return;
-  l_pclList->fMoveFirst();
-  for (ST_NUM_PATTERN_LIST* l_pstRule = l_pclList->fMoveNext(); l_pstRule != nullptr;
-       l_pstRule = l_pclList->fMoveNext()) {
+  for (ST_NUM_PATTERN_LIST* l_pstRule = l_pclList->fGetHeadNode(); l_pstRule != nullptr;
+       l_pstRule = l_pstRule->m_pstNext) {
     if (l_pstRule->m_nIndex != l_nIndx) continue;
     if (l_pstRule->m_nComumnNum != l_nColumn) {
       m_nNumFaFoundFlag = 0;
@@ -173,9 +193,8 @@ void fNumPass(CColumnLogger& l_clLogger, int l_nIndx, int l_nColumn, char* l_pst
 void fCharPass(CColumnLogger& l_clLogger, int l_nIndx, int l_nColumn, char* l_pstrColumn) {
   CCharPatternList* l_pclList = l_clLogger.m_pclCharPatternList;
   if (l_pclList == nullptr) return;
-  l_pclList->fMoveFirst();
-  for (ST_CHAR_PATTERN_LIST* l_pstRule = l_pclList->fMoveNext(); l_pstRule != nullptr;
-       l_pstRule = l_pclList->fMoveNext()) {
+  for (ST_CHAR_PATTERN_LIST* l_pstRule = l_pclList->fGetHeadNode(); l_pstRule != nullptr;
+       l_pstRule = l_pstRule->m_pstNext) {
     if (l_pstRule->m_nIndex == l_nIndx && l_pstRule->m_nComumnNum == l_nColumn)
       l_clLogger.fColumnFaultSearchChar(l_pstRule, l_pstrColumn);
   }
@@ -185,9 +204,8 @@ void fCharPass(CColumnLogger& l_clLogger, int l_nIndx, int l_nColumn, char* l_ps
 void fDatePass(CColumnLogger& l_clLogger, int l_nIndx, int l_nColumn, char* l_pstrColumn) {
   CDatePatternList* l_pclList = l_clLogger.m_pclDatePatternList;
   if (l_pclList == nullptr) return;
-  l_pclList->fMoveFirst();
-  for (ST_DATE_PATTERN_LIST* l_pstRule = l_pclList->fMoveNext(); l_pstRule != nullptr;
-       l_pstRule = l_pclList->fMoveNext()) {
+  for (ST_DATE_PATTERN_LIST* l_pstRule = l_pclList->fGetHeadNode(); l_pstRule != nullptr;
+       l_pstRule = l_pstRule->m_pstNext) {
     if (l_pstRule->m_nIndex == l_nIndx && l_pstRule->m_nComumnNum == l_nColumn)
       l_clLogger.fColumnFaultSearchDate(l_pstRule, l_pstrColumn);
   }
@@ -231,6 +249,7 @@ int CColumnLogger::fColumnIndexFind(int l_nIndx, int l_nSecLogCntFaultLevel, int
       fCharPass(*this, l_nIndx, l_nColumn, l_pstrColumn);
       fDatePass(*this, l_nIndx, l_nColumn, l_pstrColumn);
     }
+    if (l_nColumn > 0) fLeaveCursorsAtEnd(*this);
   }
 
   fLineRateCheck(l_nIndx);
@@ -322,15 +341,19 @@ int CColumnLogger::fColumnFaultSearchDate(ST_DATE_PATTERN_LIST* l_pstDatePattern
 
 // The date layout marks the two seconds digits with "ss"; the same offset in
 // the date text holds them. Offsets past the stored date text read as empty.
+// Runs for every evaluated line, mostly with no date rule at all (both texts
+// empty, time key 0): hence the short scan and the two-character reading.
 int CColumnLogger::fConvertDateToInt() {
-  const char* l_pstrSeconds = strstr(m_strPatternLogDate, "ss");
+  char* l_pstrAfter = nullptr;
+  const char* l_pstrSeconds = fFindShort(m_strPatternLogDate, "ss", &l_pstrAfter);
   const size_t l_nOffset = l_pstrSeconds != nullptr ? static_cast<size_t>(l_pstrSeconds - m_strPatternLogDate)
                                                      : strnlen(m_strPatternLogDate, sizeof(m_strPatternLogDate));
   const size_t l_nDateLen = strnlen(m_strLogDate, sizeof(m_strLogDate));
-  char l_strTwo[3] = {0, 0, 0};
-  if (l_nOffset < l_nDateLen) l_strTwo[0] = m_strLogDate[l_nOffset];
-  if (l_nOffset + 1 < l_nDateLen) l_strTwo[1] = m_strLogDate[l_nOffset + 1];
-  m_nNewTime = static_cast<int>(strtol(l_strTwo, nullptr, 10));
+  char l_strTwo[2] = {0, 0};
+  size_t l_nTwo = 0;
+  if (l_nOffset < l_nDateLen) l_strTwo[l_nTwo++] = m_strLogDate[l_nOffset];
+  if (l_nOffset + 1 < l_nDateLen) l_strTwo[l_nTwo++] = m_strLogDate[l_nOffset + 1];
+  m_nNewTime = fParseInt(l_strTwo, l_strTwo + l_nTwo);  // as strtol with base 10 reads them
   return RESULT_OK;
 }
 
