@@ -9,7 +9,7 @@ if [ ! -x "$build/bin/bench_column" ]; then
   echo "bench-smoke: no benchmarks in $build/bin, skipped"
   exit 0
 fi
-for bench in "$build"/bin/bench_column "$build"/bin/bench_pattern; do
+for bench in "$build"/bin/bench_column "$build"/bin/bench_costs "$build"/bin/bench_pattern; do
   [ -x "$bench" ] || continue
   out=$("$bench" --benchmark_min_time=0.001 2>&1)
   if grep -q "ERROR OCCURRED" <<<"$out"; then
