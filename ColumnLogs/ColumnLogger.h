@@ -155,6 +155,9 @@ class CColumnLogger {
   int fLineFilter(ST_LOGFILE_INFO* l_pstMember, char* l_pstrOpenName);
   void fSaveGroupOffset(ST_LOGFILE_INFO* l_pstLogFileInfo, long l_lOffSet);
   int fGrowCycleBuffers(long l_lNeed);
+  // True (after a record) when the "out_" name of this cycle's event file
+  // is still taken by an earlier cycle's file: the cycle must not run.
+  bool fHandOffTaken();
   void fReleaseCycleBuffers();
   // evaluation and output helpers
   // End of a line: feeds the time key to the lines-per-second count and

@@ -1,6 +1,8 @@
 // The gather cycle: every watched log gets one turn in which its appended
 // lines are read, filtered by its line patterns and evaluated; entries that
 // watch the same file share one read.
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -220,6 +222,25 @@ void CColumnLogger::fSaveGroupOffset(ST_LOGFILE_INFO* l_pstLogFileInfo, long l_l
   }
 }
 
+// Event file names carry whole seconds. A cycle in the same second as an
+// earlier one whose "out_" file still waits for the collector (the agent
+// restarted within that second, or the clock was set back) would have its
+// hand-off replace that file and lose its events. Such a cycle is skipped:
+// nothing is read, the offsets stay, and the next second gives a new name.
+bool CColumnLogger::fHandOffTaken() {
+  const size_t l_nPrefix = strlen(m_strOutPutPath);
+  if (strncmp(m_strOutPutFileName, m_strOutPutPath, l_nPrefix) != 0 ||
+      strncmp(m_strOutPutFileName + l_nPrefix, "ing_", 4) != 0)
+    return false;
+  char l_strOutName[NAME_BUF_SIZE];
+  fgStrCopy(l_strOutName, sizeof(l_strOutName), m_strOutPutFileName);
+  memcpy(l_strOutName + l_nPrefix, "out_", 4);
+  struct stat l_stStat;
+  if (lstat(l_strOutName, &l_stStat) != 0) return false;
+  fgLogRecord(3, "LOG", "[%d] %s not collected yet, cycle skipped : %s", EEXIST, l_strOutName, strerror(EEXIST));
+  return true;
+}
+
 int CColumnLogger::fLogGather() {
   m_nSeqID = 0;
   fgLogRecord(3, "LOG", "LogGather start");
@@ -244,6 +265,10 @@ int CColumnLogger::fLogGather() {
   localtime_r(&l_tCycle, &l_stCycle);
   fgMakeEventFileName(m_strOutPutFileName, sizeof(m_strOutPutFileName), m_strOutPutPath, &l_stCycle);
   fgMakeCloseOutCommand(m_strSystem, sizeof(m_strSystem), m_strOutPutFileName, m_strOutPutPath, &l_stCycle);
+  if (fHandOffTaken()) {
+    fReleaseCycleBuffers();
+    return 1;
+  }
   m_nFaultFoundFlag = 0;
 
   m_pclLogFileList->fMoveFirst();

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <ctime>
 #include <functional>
 #include <iostream>
 #include <memory>
@@ -211,6 +212,11 @@ class FaultAgent {
     const size_t start = Count(Diag(), "LogGather end");
     return PollFor([&] { return Count(Diag(), "LogGather end") >= start + static_cast<size_t>(cycles); }, ms);
   }
+  // Ends the agent, as a kill or a reboot would.
+  void Stop() {
+    m_agent.reset();
+    m_nobody.reset();
+  }
   bool Running() { return Wait(0) == -1; }
   int Wait(int ms) { return m_nobody ? m_nobody->Wait(ms) : m_agent ? m_agent->Wait(ms) : -2; }
   std::string Stderr() const { return m_nobody ? m_nobody->Stderr() : m_agent ? m_agent->Stderr() : ""; }
@@ -392,6 +398,64 @@ TEST(Faults, WatchedNameThatIsNoRegularFileIsRefusedAndTheOthersGoOn) {
   EXPECT_NE(events.find(CpuEvent(2, "c,d,92")), std::string::npos) << events;
   EXPECT_NE(events.find(CpuEvent(3, "e,f,93")), std::string::npos) << events;
   EXPECT_EQ(agent.EventCount(), 3u);
+}
+
+// Offsets live in memory only. After a restart a log of type 0 starts at the
+// end of its file (what was written while the agent was down is skipped) and
+// a log of type 2 at its start (its lines fire again).
+TEST(Faults, RestartForgetsTheOffsets) {
+  FaultAgent agent;
+  const std::string from_end = agent.Path("logs/type0.log");
+  const std::string from_start = agent.Path("logs/type2.log");
+  ASSERT_TRUE(WriteFile(from_end, ""));
+  ASSERT_TRUE(WriteFile(from_start, ""));
+  WatchEntry type0 = CpuRule(1, from_end);
+  type0.type = 0;
+  const WatchEntry type2 = CpuRule(2, from_start);
+  agent.Start({type0, type2});
+  ASSERT_TRUE(agent.WaitForCycles(1));
+  ASSERT_TRUE(AppendFile(from_end, "a,b,91\n"));
+  ASSERT_TRUE(AppendFile(from_start, "c,d,92\n"));
+  ASSERT_TRUE(agent.WaitForEvents(2));
+  agent.Stop();
+  ASSERT_TRUE(AppendFile(from_end, "e,f,93\n"));  // written while the agent is down
+  agent.Start({type0, type2});
+  ASSERT_TRUE(agent.WaitForEvents(3));
+  ASSERT_TRUE(AppendFile(from_end, "g,h,94\n"));
+  ASSERT_TRUE(agent.WaitForEvents(4));
+  ASSERT_TRUE(agent.WaitForCycles(1));
+  const std::string events = agent.Events();
+  EXPECT_EQ(FaultAgent::Count(events, CpuEvent(2, "c,d,92")), 2u) << events;
+  EXPECT_EQ(FaultAgent::Count(events, CpuEvent(1, "a,b,91")), 1u) << events;
+  EXPECT_EQ(FaultAgent::Count(events, CpuEvent(1, "g,h,94")), 1u) << events;
+  EXPECT_EQ(events.find("e,f,93"), std::string::npos) << events;
+  EXPECT_EQ(agent.EventCount(), 4u);
+}
+
+// Event file names have whole seconds. An "out_" file that still waits for
+// the collector under the name of this second (left by an agent that ran a
+// moment ago, or by a clock set back) is never replaced by a hand-off: the
+// cycle waits for a second whose name is free, and nothing is lost.
+TEST(Faults, HandOffNeverReplacesAWaitingEventFile) {
+  FaultAgent agent;
+  const std::string path = agent.Path("logs/app.log");
+  ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
+  const time_t now = time(nullptr);
+  std::vector<std::string> waiting;
+  for (time_t t = now - 1; t <= now + 3; ++t) {
+    struct tm local;
+    localtime_r(&t, &local);
+    char name[64];
+    strftime(name, sizeof(name), "out_%Y%m%d-%H%M%S", &local);
+    waiting.push_back(name);
+    ASSERT_TRUE(WriteFile(agent.Path(std::string("out/") + name), std::string("waiting ") + name + "\n"));
+  }
+  agent.Start({CpuRule(1, path)});
+  ASSERT_TRUE(agent.WaitForEvents(waiting.size() + 1));
+  for (const std::string& name : waiting)
+    EXPECT_EQ(ReadFile(agent.Path("out/" + name)), "waiting " + name + "\n");
+  EXPECT_NE(agent.Events().find(CpuEvent(1, "a,b,91")), std::string::npos);
+  EXPECT_NE(agent.Diag().find(" not collected yet, cycle skipped : File exists"), std::string::npos);
 }
 
 // Without an output directory events are dropped (and counted, so the
