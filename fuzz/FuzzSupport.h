@@ -3,7 +3,6 @@
 // that aborts (so libFuzzer keeps the input) when a property does not hold.
 #pragma once
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -14,30 +13,20 @@
 
 namespace fuzzsupport {
 
-// A directory under /tmp made on first use and emptied and removed when the
-// process exits normally (a crash leaves it behind for a look).
+// A directory made on first use under $TMPDIR (or /tmp). libFuzzer ends the
+// process without running exit handlers, so it stays behind: the fuzz check
+// points TMPDIR into a work directory of its own that it removes.
 inline const std::string& ScratchDir() {
-  static std::string s_dir = [] {
-    char templ[] = "/tmp/columnlogs_fuzz_XXXXXX";
-    const char* made = mkdtemp(templ);
-    if (made == nullptr) {
+  static const std::string s_dir = [] {
+    const char* tmp = getenv("TMPDIR");
+    std::string templ = std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") + "/columnlogs_fuzz_XXXXXX";
+    std::vector<char> buf(templ.begin(), templ.end());
+    buf.push_back('\0');
+    if (mkdtemp(buf.data()) == nullptr) {
       perror("mkdtemp");
       abort();
     }
-    std::string dir = made;
-    static std::string s_remove;
-    s_remove = dir;
-    atexit([] {
-      if (DIR* d = opendir(s_remove.c_str())) {
-        while (struct dirent* e = readdir(d)) {
-          if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0)
-            unlink((s_remove + "/" + e->d_name).c_str());
-        }
-        closedir(d);
-      }
-      rmdir(s_remove.c_str());
-    });
-    return dir;
+    return std::string(buf.data());
   }();
   return s_dir;
 }

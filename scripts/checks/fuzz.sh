@@ -29,6 +29,9 @@ cmake --build "$build" -j "$jobs" --target "${targets[@]}"
 mkdir -p "$build/artifacts"
 work=$(mktemp -d /tmp/columnlogs_fuzzrun_XXXXXX)
 trap 'rm -rf "$work"' EXIT
+# The targets' scratch files go below the work directory.
+mkdir -p "$work/tmp"
+export TMPDIR="$work/tmp"
 
 # One target: the seeds stay untouched, new inputs go to a scratch corpus
 # listed first. Its exit status is left in $work/<name>.rc.
