@@ -24,7 +24,8 @@
 # 1000000), SEED (default 7), FLAT_MAX (default 3000000), BUILD (build
 # directory, default build-bench, configured Release), SKIP_BUILD=1 to use the
 # binaries already in BUILD, AGENT (the agent binary, default BUILD/bin/ColumnLogs),
-# PHASES (default "a b c d").
+# PHASES (default "a b c d"), LOG_MODE (the agent's diagnostic log mode,
+# default NORMAL; phase (a) reads the diagnostic log, so it needs one).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 top=$(pwd)
@@ -35,6 +36,7 @@ flat_max=${FLAT_MAX:-3000000}
 build=${BUILD:-$top/build-bench}
 case $build in /*) ;; *) build=$top/$build ;; esac
 phases=${PHASES:-a b c d}
+log_mode=${LOG_MODE:-NORMAL}
 export LC_ALL=C
 # Seconds for the agent's first cycle after start-up.
 settle=2
@@ -128,7 +130,7 @@ entry() {
 # setup <dir>: directories and the global keys; entries are appended after.
 setup() {
   mkdir -p "$1/out" "$1/log" "$1/logs" "$1/work"
-  printf 'LOG_PATH=%s/log/\nLOG_MODE=NORMAL\nLOG_VALIDDAY=7\nOUTPUT_PATH=%s/out/\nLINE_WAIT_CNT=10\n' "$1" "$1" \
+  printf 'LOG_PATH=%s/log/\nLOG_MODE=%s\nLOG_VALIDDAY=7\nOUTPUT_PATH=%s/out/\nLINE_WAIT_CNT=10\n' "$1" "$log_mode" "$1" \
     >"$1/agent.conf"
 }
 start_agent() {
