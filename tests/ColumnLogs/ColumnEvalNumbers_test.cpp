@@ -66,34 +66,24 @@ TEST_F(ColumnEvalNumbers, IntegerRuleReadsAsStrtol) {
   }
 }
 
+// Comparison 6 (!=) shows the value read; a threshold equal to strtod's
+// reading makes comparison 5 (==) fire: the reading is bit for bit.
 TEST_F(ColumnEvalNumbers, DecimalRuleReadsAsStrtodNarrowedToFloat) {
   ST_NUM_PATTERN_LIST l_stRule{};
   l_stRule.m_nFaultDecide = 2;
-  l_stRule.m_fFaultValue = -1.5e30f;
-  l_stRule.m_nCompareNum = 6;
-  for (const char* l_pstrText : kValueTexts) {
-    SCOPED_TRACE(std::string("value text '") + l_pstrText + "'");
-    char l_strExpected[128];
-    snprintf(l_strExpected, sizeof(l_strExpected), "Value[%.2f] != %.2f",
-             static_cast<double>(static_cast<float>(strtod(l_pstrText, nullptr))),
-             static_cast<double>(l_stRule.m_fFaultValue));
-    int l_nResult = 0;
-    EXPECT_EQ(Message(&l_stRule, l_pstrText, &l_nResult), l_strExpected);
-    EXPECT_EQ(l_nResult, 1);
-  }
-}
-
-// Exact single-precision results: a threshold equal to strtod's reading
-// makes comparison 5 (==) fire.
-TEST_F(ColumnEvalNumbers, DecimalReadingIsBitForBitStrtods) {
-  ST_NUM_PATTERN_LIST l_stRule{};
-  l_stRule.m_nFaultDecide = 2;
-  l_stRule.m_nCompareNum = 5;
   for (const char* l_pstrText : kValueTexts) {
     SCOPED_TRACE(std::string("value text '") + l_pstrText + "'");
     const float l_fExpected = static_cast<float>(strtod(l_pstrText, nullptr));
-    l_stRule.m_fFaultValue = l_fExpected;
+    char l_strExpected[128];
+    snprintf(l_strExpected, sizeof(l_strExpected), "Value[%.2f] != %.2f", static_cast<double>(l_fExpected),
+             static_cast<double>(-1.5e30f));
+    l_stRule.m_fFaultValue = -1.5e30f;
+    l_stRule.m_nCompareNum = 6;
     int l_nResult = 0;
+    EXPECT_EQ(Message(&l_stRule, l_pstrText, &l_nResult), l_strExpected);
+    EXPECT_EQ(l_nResult, 1);
+    l_stRule.m_fFaultValue = l_fExpected;
+    l_stRule.m_nCompareNum = 5;
     EXPECT_NE(Message(&l_stRule, l_pstrText, &l_nResult), "");
   }
 }

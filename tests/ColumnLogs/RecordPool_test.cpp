@@ -55,9 +55,8 @@ TEST(RecordPool, RecordsAreZeroAlignedAndDoNotOverlap) {
   for (size_t l_nRec = 0; l_nRec < l_vpRecords.size(); ++l_nRec) {
     SCOPED_TRACE(l_nRec);
     const unsigned char* l_puchRec = reinterpret_cast<const unsigned char*>(l_vpRecords[l_nRec]);
-    EXPECT_EQ(l_puchRec[0], static_cast<unsigned char>(l_nRec + 1));
-    EXPECT_EQ(l_puchRec[sizeof(ST_BIG) - 1], static_cast<unsigned char>(l_nRec + 1));
-    EXPECT_EQ(l_puchRec[sizeof(ST_BIG) / 2], static_cast<unsigned char>(l_nRec + 1));
+    for (size_t l_nAt : {size_t{0}, sizeof(ST_BIG) / 2, sizeof(ST_BIG) - 1})
+      EXPECT_EQ(l_puchRec[l_nAt], static_cast<unsigned char>(l_nRec + 1));
   }
   for (ST_BIG* l_pstRec : l_vpRecords) l_clPool.fFree(l_pstRec);
   EXPECT_EQ(l_clPool.fLiveCount(), 0);
