@@ -87,6 +87,15 @@ constexpr int kWaitMs = 10000;
 constexpr uid_t kNobody = 65534;  // user and group "nobody" / "nogroup"
 
 bool RunningAsRoot() { return geteuid() == 0; }
+bool NobodyCanRunAgent();
+
+// A case whose fault is a file mode needs the agent to run as user nobody
+// when the tests run as root: skipped (with a note) when nobody cannot.
+bool SkipUnprivileged(bool unprivileged, const char* name) {
+  if (!unprivileged || !RunningAsRoot() || NobodyCanRunAgent()) return false;
+  std::cout << "[ SKIPPED  ] " << name << ": user nobody cannot reach " << testsupport::AgentBinary() << "\n";
+  return true;
+}
 
 // Drops to user and group nobody in a child process about to exec.
 bool BecomeNobody() { return setgroups(0, nullptr) == 0 && setgid(kNobody) == 0 && setuid(kNobody) == 0; }
@@ -158,6 +167,11 @@ class FaultAgent {
     mkdir(Path("log").c_str(), 0755);
   }
   std::string Path(const std::string& name) const { return m_dir.file(name); }
+  // Writes logs/app.log and returns its path.
+  std::string AppLog(const std::string& content = "a,b,91\n") const {
+    EXPECT_TRUE(WriteFile(Path("logs/app.log"), content));
+    return Path("logs/app.log");
+  }
 
   // Starts the agent; `logDir` and `outDir` name the LOG_PATH and
   // OUTPUT_PATH directories inside the working directory. With
@@ -252,123 +266,85 @@ std::string CpuEvent(int index, const std::string& line) {
   return std::to_string(index) + "|1{|}2{|}COLUMN[3] Value[" + value + "] > 90, ORIGINAL_MSG:" + line + "\n";
 }
 
-// The file behind the name changes under the agent. What the agent promises:
-// a file shorter than the saved offset is read again from its start; lines
-// appended after the change are read once. What it does not: the bytes of a
-// longer replacement up to the old offset are taken as already read.
-TEST(Faults, WatchedFileReplacedUnderTheAgent) {
+// The file behind the name changes under the agent. A file shorter than the
+// saved offset is read again from its start; the bytes of a longer
+// replacement up to the old offset are taken as already read. A file that is
+// gone or cannot be opened is skipped with a record every cycle, and what was
+// appended to it meanwhile is read once it opens again (root reads files
+// whatever their mode, so that case runs the agent as user nobody). Lines
+// appended after the change are read once.
+TEST(Faults, WatchedFileChangedOrUnreadableUnderTheAgent) {
   const std::string first = "a,b,91,padding-padding-padding-padding";
-  struct Case {
-    const char* name;
-    std::function<void(const std::string& path)> change;
-    std::vector<std::string> expected;  // lines that fire, in order
+  using Change = std::function<void(const std::string& path)>;
+  const auto replace = [](const std::string& path, const std::string& content) {
+    ASSERT_TRUE(WriteFile(path + ".new", content));
+    ASSERT_EQ(rename((path + ".new").c_str(), path.c_str()), 0);
   };
-  const Case cases[] = {
-      {"deleted, then created again",
-       [](const std::string& path) {
-         unlink(path.c_str());
-         ASSERT_TRUE(WriteFile(path, "c,d,92\n"));
-       },
-       {first, "c,d,92"}},
-      {"truncated, then appended to",
-       [](const std::string& path) {
-         ASSERT_EQ(truncate(path.c_str(), 0), 0);
-         ASSERT_TRUE(AppendFile(path, "c,d,93\n"));
-       },
-       {first, "c,d,93"}},
-      {"replaced by a shorter file",
-       [](const std::string& path) {
-         ASSERT_TRUE(WriteFile(path + ".new", "c,d,94\n"));
-         ASSERT_EQ(rename((path + ".new").c_str(), path.c_str()), 0);
-       },
-       {first, "c,d,94"}},
-      {"replaced by a longer file",
-       [&](const std::string& path) {
-         // The first line has the old file's length: it is skipped as read.
-         ASSERT_TRUE(WriteFile(path + ".new", std::string(first.size(), 'h') + "\nc,d,95\n"));
-         ASSERT_EQ(rename((path + ".new").c_str(), path.c_str()), 0);
-       },
-       {first, "c,d,95"}},
+  const Change moveAway = [](const std::string& path) {
+    ASSERT_EQ(rename(path.c_str(), (path + ".real").c_str()), 0);
+    ASSERT_TRUE(AppendFile(path + ".real", "c,d,92\n"));
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    FaultAgent agent;
-    const std::string path = agent.Path("logs/app.log");
-    ASSERT_TRUE(WriteFile(path, first + "\n"));
-    agent.Start({CpuRule(1, path)});
-    ASSERT_TRUE(agent.WaitForEvents(1));
-    c.change(path);
-    ASSERT_TRUE(agent.WaitForEvents(2));
-    ASSERT_TRUE(agent.WaitForCycles(2));
-    std::string expected;
-    for (const auto& line : c.expected) expected += CpuEvent(1, line);
-    EXPECT_EQ(agent.Events(), expected);
-    EXPECT_TRUE(agent.Running());
-  }
-}
-
-TEST(Faults, DeletedWatchedFileIsReportedEveryCycleUntilItReturns) {
-  FaultAgent agent;
-  const std::string path = agent.Path("logs/app.log");
-  ASSERT_TRUE(WriteFile(path, "a,b,91,padding-padding\n"));
-  agent.Start({CpuRule(1, path)});
-  ASSERT_TRUE(agent.WaitForEvents(1));
-  unlink(path.c_str());
-  const std::string record = "[2] " + path + " log file open fail : No such file or directory";
-  ASSERT_TRUE(agent.WaitForDiag(record));
-  ASSERT_TRUE(agent.WaitForCycles(2));
-  EXPECT_GE(FaultAgent::Count(agent.Diag(), record), 2u);
-  EXPECT_TRUE(agent.Running());
-  ASSERT_TRUE(WriteFile(path, "c,d,92\n"));
-  ASSERT_TRUE(agent.WaitForEvents(2));
-  EXPECT_EQ(agent.Events(), CpuEvent(1, "a,b,91,padding-padding") + CpuEvent(1, "c,d,92"));
-}
-
-// An unreadable file is skipped with a record each cycle; what was appended
-// to it meanwhile is read once it can be opened again. Root reads files
-// whatever their mode, so that case runs the agent as user nobody; a
-// symbolic link that points at itself cannot be opened by anyone.
-TEST(Faults, UnreadableWatchedFileResumesAtItsOffsetWhenRepaired) {
+  const Change moveBack = [](const std::string& path) {
+    ASSERT_EQ(rename((path + ".real").c_str(), path.c_str()), 0);
+  };
   struct Case {
     const char* name;
     bool unprivileged;  // the fault is a file mode: root must not run the agent
-    std::string error;  // "[errno] " ... ": text" of the record
-    std::function<void(const std::string& path)> fault, repair;
+    std::string error;  // text of the "log file open fail" record; "" = none
+    Change fault, repair;
   };
   const Case cases[] = {
+      {"deleted, then created again", false, "",
+       [](const std::string& path) {
+         unlink(path.c_str());
+         ASSERT_TRUE(WriteFile(path, "c,d,92\n"));
+       }, nullptr},
+      {"truncated, then appended to", false, "",
+       [](const std::string& path) {
+         ASSERT_EQ(truncate(path.c_str(), 0), 0);
+         ASSERT_TRUE(AppendFile(path, "c,d,92\n"));
+       }, nullptr},
+      {"replaced by a shorter file", false, "", [&](const std::string& path) { replace(path, "c,d,92\n"); }, nullptr},
+      {"replaced by a longer file", false, "",
+       [&](const std::string& path) {  // its first line has the old length: skipped as read
+         replace(path, std::string(first.size(), 'h') + "\nc,d,92\n");
+       }, nullptr},
+      {"deleted (moved away)", false, "No such file or directory", moveAway, moveBack},
       {"write-only mode", true, "Permission denied",
-       [](const std::string& path) { ASSERT_EQ(chmod(path.c_str(), 0200), 0); },
+       [](const std::string& path) {
+         ASSERT_EQ(chmod(path.c_str(), 0200), 0);
+         ASSERT_TRUE(AppendFile(path, "c,d,92\n"));
+       },
        [](const std::string& path) { ASSERT_EQ(chmod(path.c_str(), 0644), 0); }},
       {"symbolic link loop", false, "Too many levels of symbolic links",
-       [](const std::string& path) {
-         ASSERT_EQ(rename(path.c_str(), (path + ".real").c_str()), 0);
+       [&](const std::string& path) {
+         moveAway(path);
          ASSERT_EQ(symlink(path.c_str(), path.c_str()), 0);
-       },
-       [](const std::string& path) { ASSERT_EQ(rename((path + ".real").c_str(), path.c_str()), 0); }},
+       }, moveBack},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    if (c.unprivileged && RunningAsRoot() && !NobodyCanRunAgent()) {
-      std::cout << "[ SKIPPED  ] " << c.name << ": user nobody cannot reach " << testsupport::AgentBinary() << "\n";
-      continue;
-    }
+    if (SkipUnprivileged(c.unprivileged, c.name)) continue;
     FaultAgent agent;
-    const std::string path = agent.Path("logs/app.log");
-    ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
+    const std::string path = agent.AppLog(first + "\n");
     agent.Start({CpuRule(1, path)}, "log", "out", c.unprivileged);
     ASSERT_TRUE(agent.WaitForEvents(1));
     c.fault(path);
-    const std::string real = FileExists(path + ".real") ? path + ".real" : path;
-    ASSERT_TRUE(AppendFile(real, "c,d,92\n"));
-    ASSERT_TRUE(agent.WaitForDiag(" " + path + " log file open fail : " + c.error)) << agent.Diag();
-    ASSERT_TRUE(agent.WaitForCycles(1));
-    EXPECT_EQ(agent.EventCount(), 1u);
-    EXPECT_TRUE(agent.Running());
-    c.repair(path);
+    if (!c.error.empty()) {
+      const std::string record = " " + path + " log file open fail : " + c.error;
+      ASSERT_TRUE(agent.WaitForDiag(record)) << agent.Diag();
+      ASSERT_TRUE(agent.WaitForCycles(2));
+      EXPECT_GE(FaultAgent::Count(agent.Diag(), record), 2u) << "reported every cycle";
+      EXPECT_EQ(agent.EventCount(), 1u);
+      EXPECT_TRUE(agent.Running());
+      c.repair(path);
+    }
+    ASSERT_TRUE(agent.WaitForEvents(2));
     ASSERT_TRUE(AppendFile(path, "e,f,93\n"));
     ASSERT_TRUE(agent.WaitForEvents(3));
     ASSERT_TRUE(agent.WaitForCycles(1));
-    EXPECT_EQ(agent.Events(), CpuEvent(1, "a,b,91") + CpuEvent(1, "c,d,92") + CpuEvent(1, "e,f,93"));
+    EXPECT_EQ(agent.Events(), CpuEvent(1, first) + CpuEvent(1, "c,d,92") + CpuEvent(1, "e,f,93"));
+    EXPECT_TRUE(agent.Running());
   }
 }
 
@@ -438,8 +414,7 @@ TEST(Faults, RestartForgetsTheOffsets) {
 // cycle waits for a second whose name is free, and nothing is lost.
 TEST(Faults, HandOffNeverReplacesAWaitingEventFile) {
   FaultAgent agent;
-  const std::string path = agent.Path("logs/app.log");
-  ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
+  const std::string path = agent.AppLog();
   const time_t now = time(nullptr);
   std::vector<std::string> waiting;
   for (time_t t = now - 1; t <= now + 3; ++t) {
@@ -458,23 +433,40 @@ TEST(Faults, HandOffNeverReplacesAWaitingEventFile) {
   EXPECT_NE(agent.Diag().find(" not collected yet, cycle skipped : File exists"), std::string::npos);
 }
 
-// Without an output directory events are dropped (and counted, so the
-// per-log ceiling still holds); once it exists again events arrive.
-TEST(Faults, MissingOutputDirectoryDropsEventsUntilItExists) {
-  FaultAgent agent;
-  const std::string path = agent.Path("logs/app.log");
-  ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
-  agent.Start({CpuRule(1, path)}, "log", "missing");
-  ASSERT_TRUE(agent.WaitForDiag("Old Event Count = -1"));
-  ASSERT_TRUE(agent.WaitForDiag("log count = 1, fault count = 1"));
-  ASSERT_TRUE(agent.WaitForCycles(1));
-  EXPECT_TRUE(agent.Running());
-  ASSERT_EQ(mkdir(agent.Path("missing").c_str(), 0755), 0);
-  ASSERT_TRUE(AppendFile(path, "c,d,92\n"));
-  ASSERT_TRUE(agent.WaitForEvents(1));
-  ASSERT_TRUE(agent.WaitForCycles(1));
-  EXPECT_EQ(agent.Events(), CpuEvent(1, "c,d,92"));
-  EXPECT_TRUE(ListDir(agent.Path("missing")).size() == 1u) << "no ing_ file left behind";
+// Without a writable output directory events are dropped (and counted, so
+// the per-log ceiling still holds); once it is repaired events arrive.
+TEST(Faults, OutputDirectoryMissingOrUnwritableDropsEventsUntilRepaired) {
+  struct Case {
+    const char* name;
+    bool unprivileged;  // the fault is a file mode: root must not run the agent
+    std::string outDir, record;
+    std::function<void(const std::string& out)> fault, repair;
+  };
+  const Case cases[] = {
+      {"missing", false, "missing", "Old Event Count = -1", [](const std::string&) {},
+       [](const std::string& out) { ASSERT_EQ(mkdir(out.c_str(), 0755), 0); }},
+      {"read-only", true, "out", "", [](const std::string& out) { ASSERT_EQ(chmod(out.c_str(), 0555), 0); },
+       [](const std::string& out) { ASSERT_EQ(chmod(out.c_str(), 0777), 0); }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    if (SkipUnprivileged(c.unprivileged, c.name)) continue;
+    FaultAgent agent;
+    const std::string path = agent.AppLog(), out = agent.Path(c.outDir);
+    c.fault(out);
+    agent.Start({CpuRule(1, path)}, "log", c.outDir, c.unprivileged);
+    ASSERT_TRUE(agent.WaitForDiag(c.record));
+    ASSERT_TRUE(agent.WaitForDiag("log count = 1, fault count = 1"));
+    ASSERT_TRUE(agent.WaitForCycles(1));
+    EXPECT_TRUE(ListDir(out).empty());
+    EXPECT_TRUE(agent.Running());
+    c.repair(out);
+    ASSERT_TRUE(AppendFile(path, "c,d,92\n"));
+    ASSERT_TRUE(agent.WaitForEvents(1));
+    ASSERT_TRUE(agent.WaitForCycles(1));
+    EXPECT_EQ(agent.Events(), CpuEvent(1, "c,d,92"));
+    EXPECT_EQ(ListDir(out).size(), 1u) << "no ing_ file left behind";
+  }
 }
 
 // The hand-off runs "mv" through the shell with OUTPUT_PATH unquoted: a path
@@ -484,10 +476,8 @@ TEST(Faults, OutputPathTheShellWouldInterpretIsRefusedAtStartUp) {
   for (const std::string& name : {std::string("out dir"), std::string("out;x"), std::string("out$HOME")}) {
     SCOPED_TRACE(name);
     FaultAgent agent;
-    const std::string path = agent.Path("logs/app.log");
-    ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
     ASSERT_EQ(mkdir(agent.Path(name).c_str(), 0755), 0);
-    agent.Start({CpuRule(1, path)}, "log", name);
+    agent.Start({CpuRule(1, agent.AppLog())}, "log", name);
     EXPECT_EQ(agent.Wait(10000), 0);
     EXPECT_EQ(agent.Stderr(),
               "OUTPUT_PATH holds characters the shell would interpret : " + agent.Path(name) + "/\n");
@@ -495,31 +485,14 @@ TEST(Faults, OutputPathTheShellWouldInterpretIsRefusedAtStartUp) {
   }
 }
 
-TEST(Faults, UnwritableOutputDirectoryDropsEventsUntilRepaired) {
-  if (RunningAsRoot() && !NobodyCanRunAgent()) GTEST_SKIP() << "user nobody cannot reach the agent binary";
-  FaultAgent agent;
-  const std::string path = agent.Path("logs/app.log");
-  ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
-  ASSERT_EQ(chmod(agent.Path("out").c_str(), 0555), 0);
-  agent.Start({CpuRule(1, path)}, "log", "out", true);
-  ASSERT_TRUE(agent.WaitForDiag("log count = 1, fault count = 1"));
-  EXPECT_TRUE(ListDir(agent.Path("out")).empty());
-  EXPECT_TRUE(agent.Running());
-  ASSERT_EQ(chmod(agent.Path("out").c_str(), 0777), 0);
-  ASSERT_TRUE(AppendFile(path, "c,d,92\n"));
-  ASSERT_TRUE(agent.WaitForEvents(1));
-  EXPECT_EQ(agent.Events(), CpuEvent(1, "c,d,92"));
-}
-
 // 200 waiting entries of any kind stop the cycles; the lines wait in their
 // files and are all read, once each, when one entry goes.
 TEST(Faults, FullOutputDirectoryDelaysWithoutLosingLines) {
   FaultAgent agent;
-  const std::string path = agent.Path("logs/app.log");
+  const std::string path = agent.AppLog();
   for (int i = 0; i < 150; ++i) ASSERT_TRUE(WriteFile(agent.Path("out/out_waiting_" + std::to_string(i)), ""));
   for (int i = 0; i < 40; ++i) ASSERT_EQ(mkdir(agent.Path("out/dir_" + std::to_string(i)).c_str(), 0755), 0);
   for (int i = 0; i < 10; ++i) ASSERT_TRUE(WriteFile(agent.Path("out/.hidden_" + std::to_string(i)), ""));
-  ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
   agent.Start({CpuRule(1, path)});
   ASSERT_TRUE(agent.WaitForDiag("Old Event Count = 200"));
   ASSERT_TRUE(AppendFile(path, "c,d,92\n"));
@@ -557,13 +530,9 @@ TEST(Faults, DiagnosticLogDirectoryMissingOrBlocked) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    if (c.unprivileged && RunningAsRoot() && !NobodyCanRunAgent()) {
-      std::cout << "[ SKIPPED  ] " << c.name << ": user nobody cannot reach " << testsupport::AgentBinary() << "\n";
-      continue;
-    }
+    if (SkipUnprivileged(c.unprivileged, c.name)) continue;
     FaultAgent agent;
-    const std::string path = agent.Path("logs/app.log");
-    ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
+    const std::string path = agent.AppLog();
     c.fault(agent);
     agent.Start({CpuRule(1, path)}, "diag", "out", c.unprivileged);
     ASSERT_TRUE(agent.WaitForEvents(1));
@@ -586,10 +555,8 @@ TEST(Faults, DiagnosticLogDirectoryMissingOrBlocked) {
 // removes the lock and works as usual.
 TEST(Faults, StaleConfigurationLockDelaysTheStartOnly) {
   FaultAgent agent;
-  const std::string path = agent.Path("logs/app.log");
-  ASSERT_TRUE(WriteFile(path, "a,b,91\n"));
   ASSERT_TRUE(WriteFile(agent.Path("agent.conf_lock"), "999999"));
-  agent.Start({CpuRule(1, path)});
+  agent.Start({CpuRule(1, agent.AppLog())});
   EXPECT_FALSE(PollFor([&] { return FileExists(agent.Path("LoggerAlive")); }, 5000));
   EXPECT_TRUE(agent.Running());
   ASSERT_TRUE(agent.WaitForEvents(1, 25000));
@@ -599,50 +566,43 @@ TEST(Faults, StaleConfigurationLockDelaysTheStartOnly) {
   EXPECT_EQ(agent.Events(), CpuEvent(1, "a,b,91"));
 }
 
-// A 10 MB line is collected whole and quoted whole in its event; the line
-// after it is evaluated as usual.
-TEST(Faults, TenMegabyteLineIsEvaluatedWhole) {
-  FaultAgent agent;
-  const std::string path = agent.Path("logs/app.log");
+// Hostile lines: a 10 MB line is collected whole and quoted whole in its
+// event, and the line after it is evaluated as usual; in a line made of
+// delimiters only every column is empty and still numbered.
+TEST(Faults, HugeAndDelimiterOnlyLinesAreEvaluatedWhole) {
   const std::string big = "big,FIRE," + std::string(10 * 1024 * 1024, 'x');
-  ASSERT_TRUE(WriteFile(path, big + "\nc,d,92\n"));
-  WatchEntry e = CpuRule(1, path);
-  e.text = "2{~}3{~}FIRE{~}1";
-  agent.Start({e});
-  ASSERT_TRUE(agent.WaitForEvents(2, 90000));
-  ASSERT_TRUE(agent.WaitForCycles(1));
-  EXPECT_TRUE(agent.Events() == "1|2{|}3{|}COLUMN[2] Value[FIRE] == FIRE, ORIGINAL_MSG:" + big + "\n" +
-                                    CpuEvent(1, "c,d,92"))
-      << "events of " << agent.Events().size() << " bytes";
-  EXPECT_NE(agent.Stderr().find("LINE READ COUNT OVER[801] SLEEP...\n"), std::string::npos);
-}
-
-// Lines made of delimiters only: every column is empty and still numbered.
-TEST(Faults, LineOfOnlyDelimitersHasEmptyColumns) {
+  const std::string commas(100000, ','), blanks = std::string(50000, ' ') + std::string(50000, '\t');
+  // Column 3 and column 99999 below 5.
+  const std::string below5 = "3{~}1{~}5{~}3{~}{~}{|}99999{~}1{~}5{~}3{~}{~}";
+  const auto empty = [](const std::string& line) {
+    return "1|1{|}1{|}COLUMN[3] Value[0] < 5, ORIGINAL_MSG:" + line + "\n" +
+           "1|1{|}1{|}COLUMN[99999] Value[0] < 5, ORIGINAL_MSG:" + line + "\n";
+  };
   struct Case {
     const char* name;
-    std::string delimitor, line;
+    std::string content, delimitor, number, text, expected;
   };
   const Case cases[] = {
-      {"one delimiter", ",{~}NULL", std::string(100000, ',')},
-      {"two delimiters", " {~}\t", std::string(50000, ' ') + std::string(50000, '\t')},
+      {"10 MB line", big + "\nc,d,92\n", ",{~}NULL", "3{~}2{~}90{~}1{~}{~}", "2{~}3{~}FIRE{~}1",
+       "1|2{|}3{|}COLUMN[2] Value[FIRE] == FIRE, ORIGINAL_MSG:" + big + "\n" + CpuEvent(1, "c,d,92")},
+      {"one delimiter only", commas + "\n", ",{~}NULL", below5, "NULL", empty(commas)},
+      {"two delimiters only", blanks + "\n", " {~}\t", below5, "NULL", empty(blanks)},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     FaultAgent agent;
-    const std::string path = agent.Path("logs/app.log");
-    ASSERT_TRUE(WriteFile(path, c.line + "\n"));
-    WatchEntry e;
-    e.name = path;
+    WatchEntry e = CpuRule(1, agent.AppLog(c.content));
     e.delimitor = c.delimitor;
-    e.number = "3{~}1{~}5{~}3{~}{~}{|}99999{~}1{~}5{~}3{~}{~}";  // column 3 and column 99999 below 5
+    e.number = c.number;
+    e.text = c.text;
     agent.Start({e});
-    ASSERT_TRUE(agent.WaitForEvents(2));
+    ASSERT_TRUE(agent.WaitForEvents(2, 90000));
     ASSERT_TRUE(agent.WaitForCycles(1));
-    const std::string expected = "1|1{|}1{|}COLUMN[3] Value[0] < 5, ORIGINAL_MSG:" + c.line + "\n" +
-                                 "1|1{|}1{|}COLUMN[99999] Value[0] < 5, ORIGINAL_MSG:" + c.line + "\n";
     const std::string events = agent.Events();
-    EXPECT_TRUE(events == expected) << "events of " << events.size() << " bytes, " << expected.size() << " expected";
+    EXPECT_TRUE(events == c.expected) << "events of " << events.size() << " bytes, " << c.expected.size()
+                                      << " expected";
+    EXPECT_EQ(agent.Stderr().find("LINE READ COUNT OVER[801] SLEEP...\n") != std::string::npos,
+              c.content.size() > 801 * 255);
   }
 }
 
