@@ -49,15 +49,12 @@ TEST(GatherPieces, LinesAcrossPieceAndChunkBoundariesAreReadWhole) {
   int hits = 0;
   for (int i = 0; i < 260; ++i) {
     const size_t len = kLengths[i % 13];
-    std::string line;
-    if (len >= 5) {
-      line = (i % 7 == 0 ? "HIT," : "abc,") + std::string(len - 4, static_cast<char>('a' + i % 26));
-      if (i % 7 == 0) {
-        expected += "1|2{|}1{|}COLUMN[1] Value[HIT] == HIT, ORIGINAL_MSG:" + line + "\n";
-        ++hits;
-      }
-    } else {
-      line = std::string(len, 'z');
+    const bool hit = len >= 5 && i % 7 == 0;
+    std::string line = len < 5 ? std::string(len, 'z')
+                               : (hit ? "HIT," : "abc,") + std::string(len - 4, static_cast<char>('a' + i % 26));
+    if (hit) {
+      expected += "1|2{|}1{|}COLUMN[1] Value[HIT] == HIT, ORIGINAL_MSG:" + line + "\n";
+      ++hits;
     }
     if (i == 100) line[3] = '\0';  // a NUL byte inside a line still counts as a byte
     log += line + "\n";
@@ -78,11 +75,9 @@ TEST(GatherPieces, LinesAcrossPieceAndChunkBoundariesAreReadWhole) {
   ASSERT_TRUE(WriteFile(dir.file("agent.conf"), testsupport::GlobalLines(dir.path(), "NORMAL") + EntryLines(e)));
   AgentProcess agent(dir.path(), {"agent.conf"});
 
-  const std::string counts =
-      "log count = " + std::to_string(pieces) + ", fault count = " + std::to_string(hits);
+  const std::string counts = "log count = " + std::to_string(pieces) + ", fault count = " + std::to_string(hits);
   ASSERT_TRUE(PollFor([&] { return AllFiles(dir.file("log")).find(counts) != std::string::npos; }, 8000))
-      << "expected \"" << counts << "\" in:\n"
-      << AllFiles(dir.file("log"));
+      << "expected \"" << counts << "\" in:\n" << AllFiles(dir.file("log"));
   EXPECT_NE(AllFiles(dir.file("log")).find("LOG offset save : " + std::to_string(complete)), std::string::npos);
   ASSERT_TRUE(PollFor([&] { return !AllFiles(dir.file("out"), "out_").empty(); }, 8000));
   EXPECT_EQ(Readable(AllFiles(dir.file("out"), "out_")), expected);
