@@ -35,12 +35,6 @@ using testsupport::TempDir;
 using testsupport::WatchEntry;
 using testsupport::WriteFile;
 
-std::vector<char> Text(const std::string& text) {
-  std::vector<char> buf(text.begin(), text.end());
-  buf.push_back('\0');
-  return buf;
-}
-
 std::string Repeat(const std::string& piece, size_t times) {
   std::string out;
   for (size_t i = 0; i < times; ++i) out += piece;
@@ -65,10 +59,9 @@ TEST(ColumnLoggerBadInput, OverlongRuleValueIsRefusedWhole) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     CColumnLogger logger;
-    std::vector<char> name = Text("/tmp/app.log"), pattern = Text("NULL"), unused = Text("NULL");
-    std::vector<char> seclog = Text(Sep(c.seclog)), delimitor = Text(Sep(",{~}NULL"));
-    std::vector<char> number = Text(Sep(c.number)), text = Text(Sep(c.text)), date = Text(Sep(c.date));
-    ASSERT_GT(seclog.size() + number.size() + text.size() + date.size(), 512u + 15u);
+    std::string name = "/tmp/app.log", pattern = "NULL", unused = "NULL", delimitor = Sep(",{~}NULL");
+    std::string seclog = Sep(c.seclog), number = Sep(c.number), text = Sep(c.text), date = Sep(c.date);
+    ASSERT_GT(seclog.size() + number.size() + text.size() + date.size(), 512u + 11u);
     testing::internal::CaptureStderr();
     const int result = logger.fAddLogInfo(1, name.data(), 1, 2, pattern.data(), unused.data(), unused.data(), 0, 0,
                                           unused.data(), unused.data(), unused.data(), unused.data(), seclog.data(),
@@ -433,39 +426,66 @@ TEST(Faults, HandOffNeverReplacesAWaitingEventFile) {
   EXPECT_NE(agent.Diag().find(" not collected yet, cycle skipped : File exists"), std::string::npos);
 }
 
-// Without a writable output directory events are dropped (and counted, so
-// the per-log ceiling still holds); once it is repaired events arrive.
-TEST(Faults, OutputDirectoryMissingOrUnwritableDropsEventsUntilRepaired) {
+// A directory the agent writes to is missing, a file or read-only. Without
+// its output directory events are dropped (and counted, so the per-log
+// ceiling still holds); without its diagnostic log directory the logger says
+// so on standard error and the agent works on. Once repaired, events and
+// records arrive again.
+TEST(Faults, OutputOrDiagnosticDirectoryFaultUntilRepaired) {
+  using Change = std::function<void(const std::string& dir)>;
+  const Change none = [](const std::string&) {};
+  const Change makeDir = [](const std::string& dir) { ASSERT_EQ(mkdir(dir.c_str(), 0755), 0); };
+  const Change readOnly = [](const std::string& dir) { ASSERT_EQ(chmod(dir.c_str(), 0555), 0); };
+  const Change writable = [](const std::string& dir) { ASSERT_EQ(chmod(dir.c_str(), 0777), 0); };
   struct Case {
     const char* name;
+    bool output;        // the output directory, else the diagnostic log directory
     bool unprivileged;  // the fault is a file mode: root must not run the agent
-    std::string outDir, record;
-    std::function<void(const std::string& out)> fault, repair;
+    std::string dir, error;
+    Change fault, repair;
   };
   const Case cases[] = {
-      {"missing", false, "missing", "Old Event Count = -1", [](const std::string&) {},
-       [](const std::string& out) { ASSERT_EQ(mkdir(out.c_str(), 0755), 0); }},
-      {"read-only", true, "out", "", [](const std::string& out) { ASSERT_EQ(chmod(out.c_str(), 0555), 0); },
-       [](const std::string& out) { ASSERT_EQ(chmod(out.c_str(), 0777), 0); }},
+      {"output directory missing", true, false, "missing", "Old Event Count = -1", none, makeDir},
+      {"output directory read-only", true, true, "out", "", readOnly, writable},
+      {"log directory missing", false, false, "diag", "No such file or directory", none, makeDir},
+      {"a file in place of the log directory", false, false, "diag", "Not a directory",
+       [](const std::string& dir) { ASSERT_TRUE(WriteFile(dir, "")); },
+       [&](const std::string& dir) {
+         ASSERT_EQ(unlink(dir.c_str()), 0);
+         makeDir(dir);
+       }},
+      {"log directory read-only", false, true, "diag", "Permission denied",
+       [](const std::string& dir) { ASSERT_EQ(mkdir(dir.c_str(), 0555), 0); }, writable},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     if (SkipUnprivileged(c.unprivileged, c.name)) continue;
     FaultAgent agent;
-    const std::string path = agent.AppLog(), out = agent.Path(c.outDir);
-    c.fault(out);
-    agent.Start({CpuRule(1, path)}, "log", c.outDir, c.unprivileged);
-    ASSERT_TRUE(agent.WaitForDiag(c.record));
-    ASSERT_TRUE(agent.WaitForDiag("log count = 1, fault count = 1"));
-    ASSERT_TRUE(agent.WaitForCycles(1));
-    EXPECT_TRUE(ListDir(out).empty());
+    const std::string path = agent.AppLog(), dir = agent.Path(c.dir);
+    c.fault(dir);
+    agent.Start({CpuRule(1, path)}, c.output ? "log" : c.dir, c.output ? c.dir : "out", c.unprivileged);
+    if (c.output) {
+      ASSERT_TRUE(agent.WaitForDiag(c.error));
+      ASSERT_TRUE(agent.WaitForDiag("log count = 1, fault count = 1"));
+      ASSERT_TRUE(agent.WaitForCycles(1));
+      EXPECT_TRUE(ListDir(dir).empty());
+    } else {
+      ASSERT_TRUE(agent.WaitForEvents(1));
+      ASSERT_TRUE(PollFor([&] {
+        const std::string err = agent.Stderr();
+        return err.find(dir + "/") != std::string::npos &&
+               err.find("_SER.log log file open failed : " + c.error + "\n") != std::string::npos;
+      }, kWaitMs)) << agent.Stderr();
+    }
     EXPECT_TRUE(agent.Running());
-    c.repair(out);
+    c.repair(dir);
     ASSERT_TRUE(AppendFile(path, "c,d,92\n"));
-    ASSERT_TRUE(agent.WaitForEvents(1));
+    ASSERT_TRUE(agent.WaitForEvents(c.output ? 1 : 2));
     ASSERT_TRUE(agent.WaitForCycles(1));
-    EXPECT_EQ(agent.Events(), CpuEvent(1, "c,d,92"));
-    EXPECT_EQ(ListDir(out).size(), 1u) << "no ing_ file left behind";
+    EXPECT_EQ(agent.Events(), (c.output ? "" : CpuEvent(1, "a,b,91")) + CpuEvent(1, "c,d,92"));
+    if (c.output) {
+      EXPECT_EQ(ListDir(dir).size(), 1u) << "no ing_ file left behind";
+    }
   }
 }
 
@@ -504,50 +524,6 @@ TEST(Faults, FullOutputDirectoryDelaysWithoutLosingLines) {
   // 200 entries again.
   ASSERT_TRUE(agent.WaitForEvents(2));
   EXPECT_EQ(agent.Events(), CpuEvent(1, "a,b,91") + CpuEvent(1, "c,d,92"));
-}
-
-// The diagnostic log cannot be written: the logger says so on standard
-// error, the agent works on, and records appear once the directory is there.
-TEST(Faults, DiagnosticLogDirectoryMissingOrBlocked) {
-  struct Case {
-    const char* name;
-    bool unprivileged;  // the fault is a file mode: root must not run the agent
-    std::string error;
-    std::function<void(FaultAgent&)> fault, repair;
-  };
-  const Case cases[] = {
-      {"missing", false, "No such file or directory", [](FaultAgent&) {},
-       [](FaultAgent& a) { ASSERT_EQ(mkdir(a.Path("diag").c_str(), 0755), 0); }},
-      {"a file in its place", false, "Not a directory",
-       [](FaultAgent& a) { ASSERT_TRUE(WriteFile(a.Path("diag"), "")); },
-       [](FaultAgent& a) {
-         ASSERT_EQ(unlink(a.Path("diag").c_str()), 0);
-         ASSERT_EQ(mkdir(a.Path("diag").c_str(), 0755), 0);
-       }},
-      {"read-only directory", true, "Permission denied",
-       [](FaultAgent& a) { ASSERT_EQ(mkdir(a.Path("diag").c_str(), 0555), 0); },
-       [](FaultAgent& a) { ASSERT_EQ(chmod(a.Path("diag").c_str(), 0777), 0); }},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    if (SkipUnprivileged(c.unprivileged, c.name)) continue;
-    FaultAgent agent;
-    const std::string path = agent.AppLog();
-    c.fault(agent);
-    agent.Start({CpuRule(1, path)}, "diag", "out", c.unprivileged);
-    ASSERT_TRUE(agent.WaitForEvents(1));
-    ASSERT_TRUE(PollFor([&] {
-      const std::string err = agent.Stderr();
-      return err.find(agent.Path("diag/")) != std::string::npos &&
-             err.find("_SER.log log file open failed : " + c.error + "\n") != std::string::npos;
-    }, kWaitMs)) << agent.Stderr();
-    EXPECT_TRUE(agent.Running());
-    c.repair(agent);
-    ASSERT_TRUE(AppendFile(path, "c,d,92\n"));
-    ASSERT_TRUE(agent.WaitForEvents(2));
-    ASSERT_TRUE(agent.WaitForDiag("LogGather end"));
-    EXPECT_EQ(agent.Events(), CpuEvent(1, "a,b,91") + CpuEvent(1, "c,d,92"));
-  }
 }
 
 // A lock file left by a process that is gone delays the start by about ten
