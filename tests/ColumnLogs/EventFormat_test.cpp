@@ -14,25 +14,14 @@ using testsupport::Sep;
 
 namespace {
 
-struct tm Time(int year, int month, int day, int hour, int minute, int second) {
-  struct tm t = {};
-  t.tm_year = year - 1900;
-  t.tm_mon = month - 1;
-  t.tm_mday = day;
-  t.tm_hour = hour;
-  t.tm_min = minute;
-  t.tm_sec = second;
-  return t;
-}
-
 TEST(EventFormat, EventFileNameAndCloseOutCommand) {
   const struct Case { std::string outPath; struct tm time; std::string name, command; } cases[] = {
-      {"/data/evt/", Time(2022, 6, 27, 10, 11, 12), "/data/evt/ing_20220627-101112",
+      {"/data/evt/", testsupport::CalendarTime(2022, 6, 27, 10, 11, 12), "/data/evt/ing_20220627-101112",
        "mv /data/evt/ing_20220627-101112 /data/evt/out_20220627-101112 > /dev/null 2>&1"},
       // Without the final '/' the file lands next to the directory.
-      {"/data/evt", Time(2022, 6, 27, 10, 11, 12), "/data/evting_20220627-101112",
+      {"/data/evt", testsupport::CalendarTime(2022, 6, 27, 10, 11, 12), "/data/evting_20220627-101112",
        "mv /data/evting_20220627-101112 /data/evtout_20220627-101112 > /dev/null 2>&1"},
-      {"", Time(1999, 1, 2, 3, 4, 5), "ing_19990102-030405",
+      {"", testsupport::CalendarTime(1999, 1, 2, 3, 4, 5), "ing_19990102-030405",
        "mv ing_19990102-030405 out_19990102-030405 > /dev/null 2>&1"},
   };
   for (const Case& c : cases) {
@@ -47,7 +36,7 @@ TEST(EventFormat, EventFileNameAndCloseOutCommand) {
 
 // A name that does not fit is never used cut: the buffer comes back empty.
 TEST(EventFormat, NameOrCommandThatDoesNotFit) {
-  const struct tm t = Time(2022, 6, 27, 10, 11, 12);
+  const struct tm t = testsupport::CalendarTime(2022, 6, 27, 10, 11, 12);
   const size_t nameLen = strlen("/p/ing_20220627-101112");
   for (size_t size : {nameLen + 1, nameLen}) {
     SCOPED_TRACE(size);

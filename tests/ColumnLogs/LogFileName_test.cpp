@@ -4,18 +4,9 @@
 
 #include <gtest/gtest.h>
 
-namespace {
+#include "TestSupport.h"
 
-struct tm At(int year, int month, int day, int hour, int minute, int second) {
-  struct tm t = {};
-  t.tm_year = year - 1900;
-  t.tm_mon = month - 1;
-  t.tm_mday = day;
-  t.tm_hour = hour;
-  t.tm_min = minute;
-  t.tm_sec = second;
-  return t;
-}
+namespace {
 
 TEST(LogFileName, ExpandsDateTokens) {
   struct Case {
@@ -26,22 +17,22 @@ TEST(LogFileName, ExpandsDateTokens) {
     const char* expected;
   };
   const Case cases[] = {
-      {"app_[YYYYMMDD].log", 1, At(2024, 3, 5, 0, 0, 0), LOGNAME_OK, "app_20240305.log"},
-      {"app_[YYYYMMDD].log", 0, At(2024, 3, 5, 0, 0, 0), LOGNAME_OK, "app_????????.log"},
-      {"[YY]", 1, At(2024, 1, 1, 0, 0, 0), LOGNAME_OK, "24"},
-      {"[M]", 1, At(2024, 10, 1, 0, 0, 0), LOGNAME_OK, "A"},
-      {"[M]", 1, At(2024, 12, 1, 0, 0, 0), LOGNAME_OK, "C"},
-      {"[M]", 0, At(2024, 12, 1, 0, 0, 0), LOGNAME_OK, "?"},
-      {"[MM]", 1, At(2024, 10, 1, 0, 0, 0), LOGNAME_OK, "10"},
-      {"[MMM]", 1, At(2024, 10, 1, 0, 0, 0), LOGNAME_OK, "10A"},
-      {"[YYYY]-[MM]-[DD]/[hh][mm][ss]", 1, At(2024, 3, 5, 7, 8, 9), LOGNAME_OK, "2024-03-05/070809"},
-      {"[hhmmss]", 0, At(2024, 3, 5, 7, 8, 9), LOGNAME_OK, "??????"},
-      {"a[]b", 1, At(2024, 3, 5, 7, 8, 9), LOGNAME_OK, "ab"},
-      {"/var/log/*.log", 1, At(2024, 3, 5, 7, 8, 9), LOGNAME_OK, "/var/log/*.log"},
-      {"", 1, At(2024, 3, 5, 7, 8, 9), LOGNAME_OK, ""},
-      {"[YYYY-MM-DD]", 1, At(2024, 3, 5, 0, 0, 0), LOGNAME_BAD_TOKEN, nullptr},
-      {"[yyyy]", 1, At(2024, 3, 5, 0, 0, 0), LOGNAME_BAD_TOKEN, nullptr},
-      {"app_[YYYY.log", 1, At(2024, 3, 5, 0, 0, 0), LOGNAME_NO_CLOSE, nullptr},
+      {"app_[YYYYMMDD].log", 1, testsupport::CalendarTime(2024, 3, 5, 0, 0, 0), LOGNAME_OK, "app_20240305.log"},
+      {"app_[YYYYMMDD].log", 0, testsupport::CalendarTime(2024, 3, 5, 0, 0, 0), LOGNAME_OK, "app_????????.log"},
+      {"[YY]", 1, testsupport::CalendarTime(2024, 1, 1, 0, 0, 0), LOGNAME_OK, "24"},
+      {"[M]", 1, testsupport::CalendarTime(2024, 10, 1, 0, 0, 0), LOGNAME_OK, "A"},
+      {"[M]", 1, testsupport::CalendarTime(2024, 12, 1, 0, 0, 0), LOGNAME_OK, "C"},
+      {"[M]", 0, testsupport::CalendarTime(2024, 12, 1, 0, 0, 0), LOGNAME_OK, "?"},
+      {"[MM]", 1, testsupport::CalendarTime(2024, 10, 1, 0, 0, 0), LOGNAME_OK, "10"},
+      {"[MMM]", 1, testsupport::CalendarTime(2024, 10, 1, 0, 0, 0), LOGNAME_OK, "10A"},
+      {"[YYYY]-[MM]-[DD]/[hh][mm][ss]", 1, testsupport::CalendarTime(2024, 3, 5, 7, 8, 9), LOGNAME_OK, "2024-03-05/070809"},
+      {"[hhmmss]", 0, testsupport::CalendarTime(2024, 3, 5, 7, 8, 9), LOGNAME_OK, "??????"},
+      {"a[]b", 1, testsupport::CalendarTime(2024, 3, 5, 7, 8, 9), LOGNAME_OK, "ab"},
+      {"/var/log/*.log", 1, testsupport::CalendarTime(2024, 3, 5, 7, 8, 9), LOGNAME_OK, "/var/log/*.log"},
+      {"", 1, testsupport::CalendarTime(2024, 3, 5, 7, 8, 9), LOGNAME_OK, ""},
+      {"[YYYY-MM-DD]", 1, testsupport::CalendarTime(2024, 3, 5, 0, 0, 0), LOGNAME_BAD_TOKEN, nullptr},
+      {"[yyyy]", 1, testsupport::CalendarTime(2024, 3, 5, 0, 0, 0), LOGNAME_BAD_TOKEN, nullptr},
+      {"app_[YYYY.log", 1, testsupport::CalendarTime(2024, 3, 5, 0, 0, 0), LOGNAME_NO_CLOSE, nullptr},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -54,7 +45,7 @@ TEST(LogFileName, ExpandsDateTokens) {
 }
 
 TEST(LogFileName, RefusesExpansionsThatDoNotFit) {
-  const struct tm t = At(2024, 3, 5, 0, 0, 0);
+  const struct tm t = testsupport::CalendarTime(2024, 3, 5, 0, 0, 0);
   char out[512];
   const std::string fits = std::string(503, 'a') + "[YYYYMMDD]";  // 511 characters expanded
   EXPECT_EQ(fgExpandLogFileName(fits.c_str(), 1, &t, out, sizeof(out)), LOGNAME_OK);

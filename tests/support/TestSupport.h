@@ -4,6 +4,8 @@
 
 #include <sys/types.h>
 
+#include <ctime>
+
 #include <functional>
 #include <string>
 #include <vector>
@@ -36,6 +38,19 @@ std::vector<std::string> ListDir(const std::string& path);
 // "{~}" -> 03 1F 7E and "{|}" -> 03 1F 7C; the reverse for Readable().
 std::string Sep(const std::string& readable);
 std::string Readable(const std::string& bytes);
+
+// A calendar moment as a struct tm (no time zone applied), for the pure
+// functions that take one.
+inline struct tm CalendarTime(int year, int month, int day, int hour, int minute, int second) {
+  struct tm t = {};
+  t.tm_year = year - 1900;
+  t.tm_mon = month - 1;
+  t.tm_mday = day;
+  t.tm_hour = hour;
+  t.tm_min = minute;
+  t.tm_sec = second;
+  return t;
+}
 
 // Polls `done` every 20 ms until it holds or `timeout_ms` has passed.
 bool PollFor(const std::function<bool()>& done, int timeout_ms);
