@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdio>
+#include <memory>
 #include <ctime>
 
 #include "CharPatternList.h"
@@ -158,6 +159,10 @@ class CColumnLogger {
   // True (after a record) when the "out_" name of this cycle's event file
   // is still taken by an earlier cycle's file: the cycle must not run.
   bool fHandOffTaken();
+  // The "out_" name of this cycle's event file; false when it has no "ing_".
+  bool fHandOffName(char* l_pstrOutName, size_t l_nSize) const;
+  // Renames the event file to its "out_" name (the close-out of the cycle).
+  void fHandOff();
   void fReleaseCycleBuffers();
   // evaluation and output helpers
   // End of a line: feeds the time key to the lines-per-second count and
@@ -165,9 +170,25 @@ class CColumnLogger {
   void fLineRateCheck(int l_nIndx);
   // Formats a rule event line in full and appends it. 1 or -1.
   int fAppendRuleEvent(int l_nIndex, int l_nType, int l_nFaultLevel, int l_nColumnNum, const char* l_pstrValueMsg);
-  // One fopen("a+")/write/fclose of `l_nLen` bytes on the cycle's event file.
-  // 1 written, -1 when the file cannot be opened or the write fails.
+  // Appends one event line of `l_nLen` bytes to the cycle's event file: held
+  // in the event buffer while a gather cycle runs, written at once outside
+  // one. 1 written or held, -1 when the file cannot be opened or the write
+  // fails.
   int fAppendEvent(const char* l_pstrLine, size_t l_nLen);
+  // One open/write/close of `l_nLen` bytes on the cycle's event file.
+  int fWriteEventFile(const char* l_pstrText, size_t l_nLen);
+  // Writes the held events to the event file and empties the buffer. 1, or
+  // -1 (after a record) when they could not be written.
+  int fFlushEvents();
+
+  // Events of the running gather cycle wait in this buffer and reach the
+  // event file in one write, before the hand-off or when the buffer is full,
+  // instead of an open, a write and a close each. Nothing but the hand-off
+  // reads the file, so the "out_" file is the same either way.
+  static constexpr size_t EVENT_BUF_SIZE = 32768;
+  std::unique_ptr<char[]> m_pstrEventBuf;  // allocated at the first held event
+  size_t m_nEventBufLen = 0;               // bytes held
+  bool m_bHoldEvents = false;              // true while a gather cycle runs
 };
 
 // Creates or replaces g_pclOmniLog from LOG_PATH, LOG_VALIDDAY and LOG_MODE

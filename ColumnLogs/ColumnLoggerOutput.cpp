@@ -13,6 +13,7 @@
 #include "CommonConst.h"
 #include "CommonFunc.h"
 #include "EventFormat.h"
+#include "OmniLog.h"
 
 namespace {
 
@@ -69,25 +70,50 @@ int CColumnLogger::fMakeOutFile(char* l_pstrValueMsg) {
   return fAppendEvent(l_pstrValueMsg, strlen(l_pstrValueMsg));
 }
 
-// One open, one write, one close per event: nothing stays open between events,
-// so the collector never sees a half-held file after the hand-off. The file
-// is opened as fopen's "a+" opens it (read and append, created with mode
-// 0666 less the umask) but without a stream: a stream would add a status
-// call and a buffer to every event.
 int CColumnLogger::fAppendEvent(const char* l_pstrLine, size_t l_nLen) {
+  if (!m_bHoldEvents) return fWriteEventFile(l_pstrLine, l_nLen);
+  if (!m_pstrEventBuf) {
+    m_pstrEventBuf.reset(new (std::nothrow) char[EVENT_BUF_SIZE]);
+    if (!m_pstrEventBuf) return fWriteEventFile(l_pstrLine, l_nLen);  // no memory: one write each
+  }
+  if (l_nLen > EVENT_BUF_SIZE - m_nEventBufLen && fFlushEvents() != RESULT_OK) return RESULT_FAIL;
+  if (l_nLen > EVENT_BUF_SIZE) return fWriteEventFile(l_pstrLine, l_nLen);  // a huge line: on its own
+  memcpy(m_pstrEventBuf.get() + m_nEventBufLen, l_pstrLine, l_nLen);
+  m_nEventBufLen += l_nLen;
+  return RESULT_OK;
+}
+
+int CColumnLogger::fFlushEvents() {
+  if (m_nEventBufLen == 0) return RESULT_OK;
+  const size_t l_nLen = m_nEventBufLen;
+  m_nEventBufLen = 0;
+  if (fWriteEventFile(m_pstrEventBuf.get(), l_nLen) == RESULT_OK) return RESULT_OK;
+  fgLogRecord(3, "LOG", "[%d] %s event write failed, %zu bytes lost : %s", errno, m_strOutPutFileName, l_nLen,
+              strerror(errno));
+  return RESULT_FAIL;
+}
+
+// The file is opened as fopen's "a+" opens it (read and append, created with
+// mode 0666 less the umask) but without a stream, and closed again at once:
+// nothing stays open between writes.
+int CColumnLogger::fWriteEventFile(const char* l_pstrText, size_t l_nLen) {
   // fgOpen adds close-on-exec, so the shell of the close-out command never inherits it.
   const int l_nFd = fgOpen(m_strOutPutFileName, O_RDWR | O_CREAT | O_APPEND, 0666);
   if (l_nFd < 0) return RESULT_FAIL;
   size_t l_nDone = 0;
   while (l_nDone < l_nLen) {
-    const ssize_t l_nWritten = write(l_nFd, l_pstrLine + l_nDone, l_nLen - l_nDone);
+    const ssize_t l_nWritten = write(l_nFd, l_pstrText + l_nDone, l_nLen - l_nDone);
     if (l_nWritten < 0 && errno == EINTR) continue;
     if (l_nWritten <= 0) break;
     l_nDone += static_cast<size_t>(l_nWritten);
   }
-  // A short write or a failed close (disk full) means the event was not kept.
+  // A short write or a failed close (disk full) means the events were not kept.
+  const int l_nSavedErrno = errno;
   const int l_nClose = close(l_nFd);
-  if (l_nDone != l_nLen || l_nClose != 0) return RESULT_FAIL;
+  if (l_nDone != l_nLen || l_nClose != 0) {
+    if (l_nDone != l_nLen) errno = l_nSavedErrno;
+    return RESULT_FAIL;
+  }
   return RESULT_OK;
 }
 

@@ -105,6 +105,25 @@ TEST(Gather, UnfinishedLastLineIsEvaluatedWholeOnceCompleted) {
             "1|1{|}2{|}COLUMN[3] Value[99] > 90, ORIGINAL_MSG:x,y,99\n");
 }
 
+// A cycle's events are held and written together: far more than the holding
+// buffer (32 KB), and one line longer than all of it, still arrive whole and
+// in line order.
+TEST(Gather, EventsBeyondTheHoldingBufferArriveWholeAndInOrder) {
+  Agent real;
+  std::string log;
+  std::string expected;
+  for (int i = 0; i < 61; ++i) {
+    const std::string line = "r" + std::to_string(i) + std::string(i == 30 ? 40000 : 1500, 'x') + ",b,95";
+    log += line + "\n";
+    expected += "1|1{|}2{|}COLUMN[3] Value[95] > 90, ORIGINAL_MSG:" + line + "\n";
+  }
+  ASSERT_TRUE(WriteFile(real.Path("logs/app.log"), log));
+  real.Start({CpuRule(1, real.Path("logs/app.log"), 2)});
+  ASSERT_TRUE(real.WaitForEvents(61));
+  EXPECT_EQ(real.Events(), expected);
+  EXPECT_EQ(real.OutFiles().size(), 1u);
+}
+
 // Log type 0 skips what the file holds at the first look; type 2 reads it.
 TEST(Gather, LogTypesDecideWhereReadingStarts) {
   struct Case {
