@@ -6,11 +6,15 @@
 // Threads: everything runs on the main thread; nothing here locks.
 #pragma once
 
+#include <sys/stat.h>
+
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <ctime>
 
 #include "CharPatternList.h"
+#include "CommonConst.h"
 #include "ConfManager.h"
 #include "DatePatternList.h"
 #include "LogFileList.h"
@@ -186,6 +190,53 @@ class CColumnLogger {
   // instead of an open, a write and a close each. Nothing but the hand-off
   // reads the file, so the "out_" file is the same either way.
   static constexpr size_t EVENT_BUF_SIZE = 32768;
+
+  // The rules of one watched log in registry order, gathered at its first
+  // evaluated line of a turn, so that each column looks at that log's rules
+  // only instead of walking every rule of every log. The result is the
+  // walk's: a pass skips other logs' rules without any effect. Rules do not
+  // change during a turn; plans are dropped when it ends.
+  struct ST_RULE_PLAN {
+    int m_nIndx = 0;
+    uint64_t m_ulColumns = 0;     // bit c - 1 set: a rule for column c (1 to 64)
+    bool m_bFarColumns = false;   // a rule for a column outside 1 to 64
+    std::unique_ptr<ST_NUM_PATTERN_LIST*[]> m_ppstNum;
+    std::unique_ptr<ST_CHAR_PATTERN_LIST*[]> m_ppstChar;
+    std::unique_ptr<ST_DATE_PATTERN_LIST*[]> m_ppstDate;
+    int m_nNum = 0;
+    int m_nChar = 0;
+    int m_nDate = 0;
+  };
+  // A watched log found with nothing new: the status of its file then. While
+  // a plain (not wildcard) name still shows exactly this status, with the
+  // log's own state unchanged, the next turn would open the file, find
+  // nothing new and close it again; one status query decides that instead.
+  struct ST_QUIET_LOG {
+    const ST_LOGFILE_INFO* m_pstLog = nullptr;  // null: nothing noted
+    dev_t m_stDev = 0;
+    ino_t m_stIno = 0;
+    off_t m_lSize = -1;
+    struct timespec m_stMtime = {};
+    struct timespec m_stCtime = {};  // a change of owner or mode changes it
+  };
+  ST_QUIET_LOG m_vstQuietLogs[MAX_WATCHED_LOGS + 1];  // by entry number
+  // Notes (or, with a null status, forgets) the quiet status of a log.
+  void fNoteQuietLog(const ST_LOGFILE_INFO* l_pstLogFileInfo, const struct stat* l_pstStat);
+  // True when the log's turn can be skipped on the status of `l_pstrOpenName` alone.
+  bool fStillQuiet(ST_LOGFILE_INFO* l_pstLogFileInfo, const char* l_pstrOpenName);
+
+  // Logs of one group with a plan; further members of a larger group walk.
+  static constexpr int RULE_PLAN_SLOTS = 8;
+  ST_RULE_PLAN m_vstRulePlans[RULE_PLAN_SLOTS];
+  int m_nRulePlans = 0;        // slots in use
+  bool m_bRulePlans = false;   // true during a turn: evaluation uses plans
+  // Starts (true) or ends (false) a turn's use of plans; both drop the plans.
+  void fUseRulePlans(bool l_bUse);
+  // The plan of watched log `l_nIndx`, made on first use; null when no slot
+  // is left or memory is short (the evaluation then walks the registries).
+  const ST_RULE_PLAN* fRulePlan(int l_nIndx);
+  // The numeric, text and date passes of column `l_nColumn` over a plan.
+  void fPlanPasses(const ST_RULE_PLAN& l_stPlan, int l_nColumn, char* l_pstrColumn);
   std::unique_ptr<char[]> m_pstrEventBuf;  // allocated at the first held event
   size_t m_nEventBufLen = 0;               // bytes held
   bool m_bHoldEvents = false;              // true while a gather cycle runs

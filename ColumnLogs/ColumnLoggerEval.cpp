@@ -9,16 +9,17 @@
 // cycle never hands over); the column text is cut once into the reused column
 // buffer and every rule reads it in place.
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <memory>
+#include <new>
 
 #include "ColumnLogger.h"
 #include "CommonConst.h"
 #include "CommonFunc.h"
 #include "EventFormat.h"
-#include "NString.h"
 #include "StrPattern.h"
 
 namespace {
@@ -213,6 +214,80 @@ void fDatePass(CColumnLogger& l_clLogger, int l_nIndx, int l_nColumn, char* l_ps
 
 }  // namespace
 
+void CColumnLogger::fUseRulePlans(bool l_bUse) {
+  for (int i = 0; i < m_nRulePlans; ++i) m_vstRulePlans[i] = ST_RULE_PLAN();
+  m_nRulePlans = 0;
+  m_bRulePlans = l_bUse;
+}
+
+namespace {
+
+// Gathers the rules of watched log `l_nIndx` from one registry, in order,
+// into a new array; notes their columns. False when memory is short.
+template <typename Rec, typename List>
+bool fGatherPlanRules(List* l_pclList, int l_nIndx, std::unique_ptr<Rec*[]>& l_ppstRules, int& l_nCount,
+                      uint64_t& l_ulColumns, bool& l_bFar) {
+  l_nCount = 0;
+  if (l_pclList == nullptr) return true;
+  int l_nTotal = 0;
+  for (Rec* l_pstRule = l_pclList->fGetHeadNode(); l_pstRule != nullptr; l_pstRule = l_pstRule->m_pstNext)
+    if (l_pstRule->m_nIndex == l_nIndx) ++l_nTotal;
+  if (l_nTotal == 0) return true;
+  l_ppstRules.reset(new (std::nothrow) Rec*[l_nTotal]);
+  if (!l_ppstRules) return false;
+  for (Rec* l_pstRule = l_pclList->fGetHeadNode(); l_pstRule != nullptr && l_nCount < l_nTotal;
+       l_pstRule = l_pstRule->m_pstNext) {
+    if (l_pstRule->m_nIndex != l_nIndx) continue;
+    l_ppstRules[l_nCount++] = l_pstRule;
+    const int l_nColumn = l_pstRule->m_nComumnNum;
+    if (l_nColumn >= 1 && l_nColumn <= 64)
+      l_ulColumns |= uint64_t{1} << (l_nColumn - 1);
+    else
+      l_bFar = true;
+  }
+  return true;
+}
+
+}  // namespace
+
+const CColumnLogger::ST_RULE_PLAN* CColumnLogger::fRulePlan(int l_nIndx) {
+  for (int i = 0; i < m_nRulePlans; ++i)
+    if (m_vstRulePlans[i].m_nIndx == l_nIndx) return &m_vstRulePlans[i];
+  if (m_nRulePlans == RULE_PLAN_SLOTS) return nullptr;
+  ST_RULE_PLAN& l_stPlan = m_vstRulePlans[m_nRulePlans];
+  l_stPlan = ST_RULE_PLAN();
+  l_stPlan.m_nIndx = l_nIndx;
+  if (!fGatherPlanRules(m_pclNumPatternList, l_nIndx, l_stPlan.m_ppstNum, l_stPlan.m_nNum, l_stPlan.m_ulColumns,
+                        l_stPlan.m_bFarColumns) ||
+      !fGatherPlanRules(m_pclCharPatternList, l_nIndx, l_stPlan.m_ppstChar, l_stPlan.m_nChar, l_stPlan.m_ulColumns,
+                        l_stPlan.m_bFarColumns) ||
+      !fGatherPlanRules(m_pclDatePatternList, l_nIndx, l_stPlan.m_ppstDate, l_stPlan.m_nDate, l_stPlan.m_ulColumns,
+                        l_stPlan.m_bFarColumns)) {
+    l_stPlan = ST_RULE_PLAN();
+    return nullptr;
+  }
+  ++m_nRulePlans;
+  return &l_stPlan;
+}
+
+// The passes of fNumPass, fCharPass and fDatePass over one log's rules.
+void CColumnLogger::fPlanPasses(const ST_RULE_PLAN& l_stPlan, int l_nColumn, char* l_pstrColumn) {
+  for (int i = 0; i < l_stPlan.m_nNum; ++i) {
+    ST_NUM_PATTERN_LIST* l_pstRule = l_stPlan.m_ppstNum[i];
+    if (l_pstRule->m_nComumnNum != l_nColumn) {
+      m_nNumFaFoundFlag = 0;
+      continue;
+    }
+    if (m_nNumFaFoundFlag != 1) fColumnFaultSearchNum(l_pstRule, l_pstrColumn);
+  }
+  for (int i = 0; i < l_stPlan.m_nChar; ++i) {
+    if (l_stPlan.m_ppstChar[i]->m_nComumnNum == l_nColumn) fColumnFaultSearchChar(l_stPlan.m_ppstChar[i], l_pstrColumn);
+  }
+  for (int i = 0; i < l_stPlan.m_nDate; ++i) {
+    if (l_stPlan.m_ppstDate[i]->m_nComumnNum == l_nColumn) fColumnFaultSearchDate(l_stPlan.m_ppstDate[i], l_pstrColumn);
+  }
+}
+
 int CColumnLogger::fColumnIndexFind(int l_nIndx, int l_nSecLogCntFaultLevel, int l_nSecLogCount) {
   // Only the watched log decides the evaluation; the line-rate thresholds are
   // the process-wide m_nCntFaultArray.
@@ -224,30 +299,53 @@ int CColumnLogger::fColumnIndexFind(int l_nIndx, int l_nSecLogCntFaultLevel, int
 
   char* l_pstrLine = fgCurrentLine();
   if (l_pstrLine != nullptr) {
-    // The gather cycle keeps the column buffer at least as long as the line.
-    // Should a caller hand over a smaller one, this line gets a buffer of its
-    // own rather than being cut short or written past the end.
-    const size_t l_nNeed = strlen(l_pstrLine) + 1;
-    char* l_pstrColumn = m_pstrOriginalBuf;
-    std::unique_ptr<char[]> l_pstrOwnColumn;
-    if (l_pstrColumn == nullptr || m_lOriginalBufSize < 0 || static_cast<size_t>(m_lOriginalBufSize) < l_nNeed) {
-      l_pstrOwnColumn.reset(new (std::nothrow) char[l_nNeed]);
-      l_pstrColumn = l_pstrOwnColumn.get();
+    // The line is copied once into the column buffer and cut there in place:
+    // each delimiter becomes the NUL that ends its column, so every rule
+    // reads exactly its column and nothing is copied per column. The gather
+    // cycle keeps the column buffer longer than the line; should a caller
+    // hand over a smaller one, this line gets a buffer of its own rather than
+    // being cut short or written past the end.
+    const size_t l_nLen = strlen(l_pstrLine);
+    const size_t l_nNeed = l_nLen + 2;  // the line, a stop delimiter and a NUL
+    char* l_pstrColumns = m_pstrOriginalBuf;
+    std::unique_ptr<char[]> l_pstrOwnColumns;
+    if (l_pstrColumns == nullptr || m_lOriginalBufSize < 0 || static_cast<size_t>(m_lOriginalBufSize) < l_nNeed) {
+      l_pstrOwnColumns.reset(new (std::nothrow) char[l_nNeed]);
+      l_pstrColumns = l_pstrOwnColumns.get();
     }
-    if (l_pstrColumn == nullptr) return RESULT_OK;  // no memory: the line cannot be cut
-    l_pstrColumn[0] = '\0';
+    if (l_pstrColumns == nullptr) return RESULT_OK;  // no memory: the line cannot be cut
+    memcpy(l_pstrColumns, l_pstrLine, l_nLen);
+    // The line holds no NUL before its end, so the scan stops at a delimiter
+    // or at this stop delimiter after the last column (a NUL delimiter stops
+    // at the NUL after it: the whole line is one column).
+    l_pstrColumns[l_nLen] = m_chDilimitor1;
+    l_pstrColumns[l_nLen + 1] = '\0';
 
-    // Each cut ends the column with a NUL, so the buffer needs no clearing
-    // between columns: every rule reads exactly the current column.
+    const ST_RULE_PLAN* l_pstPlan = m_bRulePlans ? fRulePlan(l_nIndx) : nullptr;
+    const char l_chDelim1 = m_chDilimitor1;
+    const char l_chDelim2 = m_nTokFlag == 2 ? m_chDilimitor2 : m_chDilimitor1;
+    char* const l_pstrEnd = l_pstrColumns + l_nLen;
     int l_nColumn = 0;
-    char* l_pstrNext = l_pstrLine;
-    while ((m_nTokFlag == 2 ? NstrDoubletok(l_pstrColumn, l_pstrNext, m_chDilimitor1, m_chDilimitor2, &l_pstrNext)
-                            : NstrOnetok(l_pstrColumn, l_pstrNext, m_chDilimitor1, &l_pstrNext)) > 0) {
+    for (char* l_pstrPos = l_pstrColumns; l_pstrPos < l_pstrEnd; ++l_pstrPos) {
+      char* const l_pstrColumn = l_pstrPos;
+      if (l_chDelim1 == l_chDelim2) {
+        while (*l_pstrPos != l_chDelim1) ++l_pstrPos;
+      } else {
+        while (*l_pstrPos != l_chDelim1 && *l_pstrPos != l_chDelim2) ++l_pstrPos;
+      }
+      *l_pstrPos = '\0';
       l_nColumn++;
       m_nNumFaFoundFlag = 0;
-      fNumPass(*this, l_nIndx, l_nColumn, l_pstrColumn);
-      fCharPass(*this, l_nIndx, l_nColumn, l_pstrColumn);
-      fDatePass(*this, l_nIndx, l_nColumn, l_pstrColumn);
+      if (l_pstPlan != nullptr) {
+        // Columns without a rule of this log are passed over at once.
+        const bool l_bRules = l_nColumn <= 64 ? ((l_pstPlan->m_ulColumns >> (l_nColumn - 1)) & 1) != 0
+                                              : l_pstPlan->m_bFarColumns;
+        if (l_bRules) fPlanPasses(*l_pstPlan, l_nColumn, l_pstrColumn);
+      } else {
+        fNumPass(*this, l_nIndx, l_nColumn, l_pstrColumn);
+        fCharPass(*this, l_nIndx, l_nColumn, l_pstrColumn);
+        fDatePass(*this, l_nIndx, l_nColumn, l_pstrColumn);
+      }
     }
     if (l_nColumn > 0) fLeaveCursorsAtEnd(*this);
   }

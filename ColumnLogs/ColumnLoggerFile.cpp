@@ -195,6 +195,7 @@ int CColumnLogger::fFilePointSeek(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_pp
   // that has not grown, that was three system calls and a buffer a cycle.)
   if (l_lTarget == l_lSize) {
     l_pstLogFileInfo->m_lOffSet = l_lSize;
+    fNoteQuietLog(l_pstLogFileInfo, &l_stStat);
     return -1;
   }
   if (fseek(*l_ppstFd, l_lTarget, SEEK_SET) != 0) return -1;
@@ -204,6 +205,48 @@ int CColumnLogger::fFilePointSeek(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_pp
     return -1;
   }
   return 1;
+}
+
+void CColumnLogger::fNoteQuietLog(const ST_LOGFILE_INFO* l_pstLogFileInfo, const struct stat* l_pstStat) {
+  const int l_nIndx = l_pstLogFileInfo->m_nIndx;
+  if (l_nIndx < 1 || l_nIndx > MAX_WATCHED_LOGS) return;
+  ST_QUIET_LOG& l_stQuiet = m_vstQuietLogs[l_nIndx];
+  l_stQuiet = ST_QUIET_LOG();
+  // Only a plain name qualifies (a wildcard's choice depends on other files),
+  // and only a log that resumes at its offset (type 1 reads the whole file
+  // every turn).
+  if (l_pstStat == nullptr || l_pstLogFileInfo->m_chCreateType == 0 || l_pstLogFileInfo->m_nLogType == LOG_TYPE_WHOLE_FILE ||
+      l_pstLogFileInfo->m_nFirstFlag != 1)
+    return;
+  l_stQuiet.m_pstLog = l_pstLogFileInfo;
+  l_stQuiet.m_stDev = l_pstStat->st_dev;
+  l_stQuiet.m_stIno = l_pstStat->st_ino;
+  l_stQuiet.m_lSize = l_pstStat->st_size;
+  l_stQuiet.m_stMtime = l_pstStat->st_mtim;
+  l_stQuiet.m_stCtime = l_pstStat->st_ctim;
+}
+
+// The turn that was skipped here would have opened the same regular file
+// (same device, inode, mode and owner: the change time would differ
+// otherwise), kept the name, found the same modification time and size,
+// with the offset at the end: nothing new, and nothing to record.
+bool CColumnLogger::fStillQuiet(ST_LOGFILE_INFO* l_pstLogFileInfo, const char* l_pstrOpenName) {
+  const int l_nIndx = l_pstLogFileInfo->m_nIndx;
+  if (l_nIndx < 1 || l_nIndx > MAX_WATCHED_LOGS) return false;
+  const ST_QUIET_LOG& l_stQuiet = m_vstQuietLogs[l_nIndx];
+  // With the console trace on, every turn goes the whole way and shows it.
+  if (g_nPrint == 1 || l_stQuiet.m_pstLog != l_pstLogFileInfo || l_pstLogFileInfo->m_chCreateType == 0 ||
+      l_pstLogFileInfo->m_nLogType == LOG_TYPE_WHOLE_FILE || l_pstLogFileInfo->m_nFirstFlag != 1 ||
+      l_pstLogFileInfo->m_lOffSet != static_cast<long>(l_stQuiet.m_lSize) ||
+      l_pstLogFileInfo->m_lLogFileModifyTime != static_cast<long>(l_stQuiet.m_stMtime.tv_sec) ||
+      strcmp(l_pstLogFileInfo->m_strLogingFile, l_pstrOpenName) != 0)
+    return false;
+  struct stat l_stStat;
+  if (stat(l_pstrOpenName, &l_stStat) != 0) return false;
+  return l_stStat.st_dev == l_stQuiet.m_stDev && l_stStat.st_ino == l_stQuiet.m_stIno &&
+         l_stStat.st_size == l_stQuiet.m_lSize && l_stStat.st_mtim.tv_sec == l_stQuiet.m_stMtime.tv_sec &&
+         l_stStat.st_mtim.tv_nsec == l_stQuiet.m_stMtime.tv_nsec &&
+         l_stStat.st_ctim.tv_sec == l_stQuiet.m_stCtime.tv_sec && l_stStat.st_ctim.tv_nsec == l_stQuiet.m_stCtime.tv_nsec;
 }
 
 int CColumnLogger::fOpenForTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_ppstFd, char* l_pstrOpenName) {
@@ -222,6 +265,11 @@ int CColumnLogger::fOpenForTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_ppst
                 l_pstrOpenName, l_nOffSet);
   }
   if (l_nConvert != 1) return -1;
+  if (fStillQuiet(l_pstLogFileInfo, l_pstrOpenName)) {
+    l_pstLogFileInfo->m_lLastGatherTime = static_cast<long>(time(nullptr));
+    return -1;
+  }
+  fNoteQuietLog(l_pstLogFileInfo, nullptr);
 
   if (l_pstLogFileInfo->m_chCreateType != 0) {
     if (g_nPrint == 1) {

@@ -310,7 +310,9 @@ int CColumnLogger::fLogGather() {
 
     long l_lPieces = 0;
     long l_lUnfinished = 0;
+    fUseRulePlans(true);
     fReadTurn(l_pstLogFileInfo, l_pstFd, l_strOpenName, &l_lPieces, &l_lUnfinished);
+    fUseRulePlans(false);
     fSaveGroupOffset(l_pstLogFileInfo, ftell(l_pstFd) - l_lUnfinished);
     fclose(l_pstFd);
     fgLogRecord(3, "LOG", "log count = %d, fault count = %d", static_cast<int>(l_lPieces), m_nFaultSendIncrease);

@@ -31,6 +31,7 @@ long CColumnLogger::fReplayTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd
   fReleaseCycleBuffers();
 
   LineReader l_clReader;
+  fUseRulePlans(true);
   long l_lLines = 0;
   long l_lOffSet = ftell(l_pstFd);
   long l_lResult = 0;
@@ -65,6 +66,7 @@ long CColumnLogger::fReplayTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd
     memset(l_pstrLine, 0, static_cast<size_t>(l_lLen) + 1);
   }
 
+  fUseRulePlans(false);
   fSaveGroupOffset(l_pstLogFileInfo, l_lOffSet);
   fReleaseCycleBuffers();
   return l_lResult == RESULT_FAIL ? RESULT_FAIL : l_lLines;

@@ -46,6 +46,7 @@ struct CStrPattern::ST_PATTERN_BUF {
   char m_chType = 0;                        // '(' ')' '&' '|' or 'P'
   int m_nEntries = 0;                       // P: entries stored, 1 to 512; 0 = nothing compiled
   const char* m_strPattern = "";            // P: the text as written, "NOT:" included
+  bool m_bNot = false;                      // P: the text begins with "NOT:"
   const uint16_t* m_vstrLogPT = nullptr;    // P: offset of piece i in m_strPieces (0: empty)
   const uint16_t* m_vnLogPTLen = nullptr;   // P: length of piece i
   const char* m_vstrLogOP = nullptr;        // P: connector i (CONNECTOR_*)
@@ -306,6 +307,7 @@ int CStrPattern::fSubPatternComp(ST_PATTERN_BUF* l_pstToken, char* l_pstrText) {
 
   l_pstToken->m_nEntries = l_nEntries;
   l_pstToken->m_strPattern = l_pstrTextCopy;
+  l_pstToken->m_bNot = HasNotPrefix(l_pstrTextCopy);
   l_pstToken->m_vstrLogPT = l_pnOffsets;
   l_pstToken->m_vnLogPTLen = l_pnLengths;
   l_pstToken->m_vstrLogOP = l_pstrConnectors;
@@ -314,19 +316,43 @@ int CStrPattern::fSubPatternComp(ST_PATTERN_BUF* l_pstToken, char* l_pstrText) {
   return 1;
 }
 
-int CStrPattern::fSubPatternEx(ST_PATTERN_BUF* l_pstToken, char* l_pstrSubject) {
-  if (!l_pstrSubject || l_pstrSubject[0] == '\0') return 0;
-  if (!l_pstToken || l_pstToken->m_nEntries == 0) return 0;  // refused at compile time
+// A subject of at most 2047 characters is matched where it lies; only a
+// longer one is copied, cut to its first 2047, once per call.
+class CStrPattern::CSubject {
+ public:
+  explicit CSubject(const char* l_pstrSubject) {
+    m_nLen = strnlen(l_pstrSubject, SUBJECT_MAX);
+    m_pstrText = l_pstrSubject;
+    if (l_pstrSubject[m_nLen] != '\0') {
+      std::memcpy(m_strCut, l_pstrSubject, m_nLen);
+      m_strCut[m_nLen] = '\0';
+      m_pstrText = m_strCut;
+    }
+  }
+  const char* fText() const { return m_pstrText; }
+  size_t fLength() const { return m_nLen; }
 
-  char l_strCopy[SUBJECT_MAX + 1];
-  const size_t l_nLen = strnlen(l_pstrSubject, SUBJECT_MAX);
-  std::memcpy(l_strCopy, l_pstrSubject, l_nLen);
-  l_strCopy[l_nLen] = '\0';
-  const char* const l_pstrEnd = l_strCopy + l_nLen;
+ private:
+  const char* m_pstrText;
+  size_t m_nLen;
+  char m_strCut[SUBJECT_MAX + 1];
+};
+
+int CStrPattern::fSubPatternEx(ST_PATTERN_BUF* l_pstToken, char* l_pstrSubject) {
+  if (!l_pstrSubject) return 0;
+  const CSubject l_clSubject(l_pstrSubject);
+  return fSubPatternMatch(l_pstToken, l_clSubject.fText(), l_clSubject.fLength());
+}
+
+int CStrPattern::fSubPatternMatch(const ST_PATTERN_BUF* l_pstToken, const char* l_pstrSubject, size_t l_nLen) {
+  if (l_nLen == 0) return 0;
+  if (!l_pstToken || l_pstToken->m_nEntries == 0) return 0;  // refused at compile time
+  const char* const l_pstrStart = l_pstrSubject;
+  const char* const l_pstrEnd = l_pstrSubject + l_nLen;
 
   const ST_PATTERN_BUF& l_stTok = *l_pstToken;
-  const char* l_pstrPos = l_strCopy;  // where the next search starts; null: none
-  const char* l_pstrHit = l_strCopy;  // where the last search found its piece; null: none
+  const char* l_pstrPos = l_pstrStart;  // where the next search starts; null: none
+  const char* l_pstrHit = l_pstrStart;  // where the last search found its piece; null: none
   bool l_bFirst = true;
   int l_nFailures = 0;
 
@@ -360,10 +386,10 @@ int CStrPattern::fSubPatternEx(ST_PATTERN_BUF* l_pstToken, char* l_pstrSubject) 
       // alternative is anywhere else in a sub-pattern or on its own.
       l_bFirst = true;
       l_nFailures = 0;
-      l_pstrPos = l_pstrHit = l_strCopy;
+      l_pstrPos = l_pstrHit = l_pstrStart;
     } else if (l_chConnector == CONNECTOR_GAP) {
       if (l_stTok.m_vstrLogOP[i + 1] == CONNECTOR_END) {
-        // The piece after the last gap is a suffix test on the whole copy.
+        // The piece after the last gap is a suffix test on the whole subject.
         const size_t l_nLastLen = l_stTok.m_vnLogPTLen[i + 1];
         const char* l_pstrLast = l_stTok.m_strPieces + l_stTok.m_vstrLogPT[i + 1];
         if (l_nLen < l_nLastLen || std::memcmp(l_pstrEnd - l_nLastLen, l_pstrLast, l_nLastLen) != 0)
@@ -384,6 +410,7 @@ int CStrPattern::fSubPatternEx(ST_PATTERN_BUF* l_pstToken, char* l_pstrSubject) 
 
 int CStrPattern::fPatternEx(char* subject) {
   if (!subject || m_nPatternBufTOP == 0) return 0;
+  const CSubject l_clSubject(subject);
 
   // Holds '(' markers, operator characters and the values 0 and 1. Every
   // token pushes at most one entry, so 1024 entries always suffice.
@@ -404,8 +431,8 @@ int CStrPattern::fPatternEx(char* subject) {
         break;
       case TOKEN_SUB: {
         // Every sub-pattern is evaluated; there is no short-circuit.
-        int l_nValue = fSubPatternEx(l_pstToken, subject);
-        if (HasNotPrefix(l_pstToken->m_strPattern)) l_nValue = 1 - l_nValue;
+        int l_nValue = fSubPatternMatch(l_pstToken, l_clSubject.fText(), l_clSubject.fLength());
+        if (l_pstToken->m_bNot) l_nValue = 1 - l_nValue;
         fPush(static_cast<char>(l_nValue));
         break;
       }

@@ -68,6 +68,10 @@ class CStrPattern {
   int fSubPatternComp(ST_PATTERN_BUF* l_pstToken, char* l_pstrText);
   // 1 when `subject` matches the sub-pattern (NOT: not applied), else 0.
   int fSubPatternEx(ST_PATTERN_BUF* l_pstToken, char* l_pstrSubject);
+  // The same on a subject of `l_nLen` (at most 2047) characters followed by
+  // a NUL, read in place.
+  static int fSubPatternMatch(const ST_PATTERN_BUF* l_pstToken, const char* l_pstrSubject, size_t l_nLen);
+  class CSubject;
 
   int m_nPatternBufTOP;  // tokens in use, 0 to 1024
   // The expression as tokens in pattern order. The table grows with the

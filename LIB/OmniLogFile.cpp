@@ -81,24 +81,37 @@ int COmniLog::fDateChangeChk() {
   return fOpenLogFile() == 1 ? 1 : 0;
 }
 
+// The status of the file is queried at the first record of every clock
+// second (a query costs a system call; a busy second writes dozens of
+// records). Within the second the size grows by what this logger writes, so
+// rotation happens at the same record as with a query every time; a file
+// removed or moved away is noticed by the first record of the next second,
+// and the records written in between go with the old file.
 int COmniLog::fLogSizeChk() {
   if (m_pstrLogFile == nullptr) return 0;  // no name could be built (no memory)
-  struct stat l_stStat;
-  if (lstat(m_pstrLogFile, &l_stStat) != 0) {
-    // Missing (removed or moved away, or never created): create it again;
-    // the record that found it missing is dropped.
-    fCloseLogFile();
-    fOpenLogFile();
-    return 0;
+  const time_t l_tNow = fNow();
+  if (l_tNow != m_tSizeSecond || m_nFileFd == 0) {
+    struct stat l_stStat;
+    if (lstat(m_pstrLogFile, &l_stStat) != 0) {
+      // Missing (removed or moved away, or never created): create it again;
+      // the record that found it missing is dropped.
+      fCloseLogFile();
+      fOpenLogFile();
+      m_tSizeSecond = -1;
+      return 0;
+    }
+    m_tSizeSecond = l_tNow;
+    m_ulSizeSeen = static_cast<unsigned long>(l_stStat.st_size);
   }
   // A threshold of 0 (fSetLogSize with an unknown unit) means "no size
   // limit": rotating at every record would drop every record.
-  if (m_ulLogSize == 0 || static_cast<unsigned long>(l_stStat.st_size) < m_ulLogSize) return 1;
+  if (m_ulLogSize == 0 || m_ulSizeSeen < m_ulLogSize) return 1;
 
   fLogCompress();  // the full file, before it is closed
   fCloseLogFile();
   fLogNameChange(0);
   fOpenLogFile();
+  m_tSizeSecond = -1;
   return 0;
 }
 

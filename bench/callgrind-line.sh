@@ -20,7 +20,7 @@ work=$(mktemp -d /tmp/columnlogs-cg.XXXXXX)
 agent=""
 cleanup() {
   [ -n "$agent" ] && kill "$agent" 2>/dev/null && wait "$agent" 2>/dev/null
-  rm -rf "$work"
+  [ -n "${KEEP:-}" ] && cp "$work/cg.out" "$KEEP"; rm -rf "$work"
 }
 trap cleanup EXIT
 mkdir -p "$work/out" "$work/log" "$work/logs" "$work/work"

@@ -309,6 +309,17 @@ TEST(Faults, WatchedFileChangedOrUnreadableUnderTheAgent) {
          ASSERT_TRUE(AppendFile(path, "c,d,92\n"));
        },
        [](const std::string& path) { ASSERT_EQ(chmod(path.c_str(), 0644), 0); }},
+      // Only the mode changes, after a turn found the file quiet: a turn
+      // that goes by the file's status must still see the new mode.
+      {"made unreadable while quiet", true, "Permission denied",
+       [](const std::string& path) {
+         usleep(2500000);
+         ASSERT_EQ(chmod(path.c_str(), 0200), 0);
+       },
+       [](const std::string& path) {
+         ASSERT_EQ(chmod(path.c_str(), 0644), 0);
+         ASSERT_TRUE(AppendFile(path, "c,d,92\n"));
+       }},
       {"symbolic link loop", false, "Too many levels of symbolic links",
        [&](const std::string& path) {
          moveAway(path);
