@@ -470,7 +470,12 @@ int CColumnLogger::fPattCompforChar(ST_CHAR_PATTERN_LIST* l_pstCharPatternList, 
 // its line count is then held against the thresholds from level 4 down, and
 // the highest level reached gets one event.
 void CColumnLogger::fLineRateCheck(int l_nIndx) {
-  fConvertDateToInt();
+  // A line without date columns (both texts empty) has the time key 0, as
+  // fConvertDateToInt would read it.
+  if (m_strPatternLogDate[0] == '\0' && m_strLogDate[0] == '\0')
+    m_nNewTime = 0;
+  else
+    fConvertDateToInt();
   if (m_nNewTime == m_nOldTime) {
     m_nSameTimeCnt++;
   } else {
@@ -488,5 +493,8 @@ void CColumnLogger::fLineRateCheck(int l_nIndx) {
     m_nSameTimeCnt = 1;
   }
   m_nOldTime = m_nNewTime;
-  fgStrCopy(m_strOldLogDate, sizeof(m_strOldLogDate), m_strLogDate);
+  if (m_strLogDate[0] == '\0')
+    m_strOldLogDate[0] = '\0';
+  else
+    fgStrCopy(m_strOldLogDate, sizeof(m_strOldLogDate), m_strLogDate);
 }

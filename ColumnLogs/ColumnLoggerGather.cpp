@@ -202,7 +202,8 @@ void CColumnLogger::fReadTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd, 
       }
       if (m_pstrOriginalBuf != nullptr) fOfferLine(l_pstLogFileInfo, l_pstrOpenName);
     }
-    memset(l_pstrLine, 0, static_cast<size_t>(g_lLineLen) + 1);
+    // The next line is gathered from here; only its terminator matters.
+    l_pstrLine[0] = '\0';
     g_lLineLen = 0;
   }
 }

@@ -411,6 +411,13 @@ int CStrPattern::fSubPatternMatch(const ST_PATTERN_BUF* l_pstToken, const char* 
 int CStrPattern::fPatternEx(char* subject) {
   if (!subject || m_nPatternBufTOP == 0) return 0;
   const CSubject l_clSubject(subject);
+  // The usual expression is one group, "(" sub-pattern ")": its value is the
+  // sub-pattern's, as the stack below would fold it.
+  if (m_nPatternBufTOP == 3 && m_vstPatternBuf[0].m_chType == TOKEN_OPEN && m_vstPatternBuf[1].m_chType == TOKEN_SUB &&
+      m_vstPatternBuf[2].m_chType == TOKEN_CLOSE) {
+    const int l_nValue = fSubPatternMatch(&m_vstPatternBuf[1], l_clSubject.fText(), l_clSubject.fLength());
+    return m_vstPatternBuf[1].m_bNot ? 1 - l_nValue : l_nValue;
+  }
 
   // Holds '(' markers, operator characters and the values 0 and 1. Every
   // token pushes at most one entry, so 1024 entries always suffice.
