@@ -183,10 +183,13 @@ BENCHMARK(BM_LinePath);
 
 // A whole gather cycle: the watched log has log type 1, so every cycle reads
 // the file from its start; 800 lines stay below the read throttle's pause.
+// Second argument: rules of another watched log in the registries besides.
 void BM_GatherCycle(benchmark::State& state) {
   const int l_nLines = static_cast<int>(state.range(0));
   CLineFixture l_clFixture(kBenchLine);
   fAddBenchRules(l_clFixture);
+  // Rules of another watched log, which a turn of log 1 never looks at.
+  if (state.range(1) > 0) fAddTenColumnRules(l_clFixture, 2, static_cast<int>(state.range(1)));
   CColumnLogger& l_clLogger = l_clFixture.fLogger();
   l_pstrLineBuf = nullptr;  // the cycle makes its own buffers
 
@@ -219,7 +222,7 @@ void BM_GatherCycle(benchmark::State& state) {
   if (l_clFixture.fEvents() != 0) state.SkipWithError("a rule fired");
   state.SetItemsProcessed(state.iterations() * l_nLines);
 }
-BENCHMARK(BM_GatherCycle)->Arg(800)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_GatherCycle)->Args({800, 0})->Args({800, 1000})->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 
