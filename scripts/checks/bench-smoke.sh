@@ -18,4 +18,5 @@ for bench in "$build"/bin/bench_column "$build"/bin/bench_costs "$build"/bin/ben
     exit 1
   fi
 done
+"$build"/bin/bench_wake 1 64 | grep -q "us of CPU per wake-up" || { echo "bench-smoke: bench_wake failed" >&2; exit 1; }
 DURATION=2 LINES=20000 FLAT_MAX=100000 BUILD=$build SKIP_BUILD=1 bench/e2e.sh
