@@ -235,8 +235,7 @@ class CColumnLogger {
   // The plan of watched log `l_nIndx`, made on first use; null when no slot
   // is left or memory is short (the evaluation then walks the registries).
   const ST_RULE_PLAN* fRulePlan(int l_nIndx);
-  // The numeric, text and date passes of column `l_nColumn` over a plan.
-  void fPlanPasses(const ST_RULE_PLAN& l_stPlan, int l_nColumn, char* l_pstrColumn);
+
   std::unique_ptr<char[]> m_pstrEventBuf;  // allocated at the first held event
   size_t m_nEventBufLen = 0;               // bytes held
   bool m_bHoldEvents = false;              // true while a gather cycle runs

@@ -173,43 +173,66 @@ void fLeaveCursorsAtEnd(CColumnLogger& l_clLogger) {
   }
 }
 
-// Numeric pass of one column. Within a run of consecutive rules for this
-// column the first rule that fires ends the run; a rule of the same watched
-// log for another column between them starts a new run.
-void fNumPass(CColumnLogger& l_clLogger, int l_nIndx, int l_nColumn, char* l_pstrColumn) {
-  CNumPatternList* l_pclList = l_clLogger.m_pclNumPatternList;
-  if (l_pclList == nullptr) return;
-  for (ST_NUM_PATTERN_LIST* l_pstRule = l_pclList->fGetHeadNode(); l_pstRule != nullptr;
-       l_pstRule = l_pstRule->m_pstNext) {
-    if (l_pstRule->m_nIndex != l_nIndx) continue;
+// The rules of one watched log in one registry, in registry order: the
+// turn's gathered array when there is one, otherwise the whole registry with
+// the other logs' rules passed over.
+template <typename Rec>
+class CLogRules {
+ public:
+  static CLogRules fGathered(Rec* const* l_ppstRules, int l_nCount) {
+    CLogRules l_clRules;
+    l_clRules.m_bGathered = true;
+    l_clRules.m_ppstRules = l_ppstRules;
+    l_clRules.m_nCount = l_nCount;
+    return l_clRules;
+  }
+  template <typename List>
+  static CLogRules fRegistry(List* l_pclList, int l_nIndx) {
+    CLogRules l_clRules;
+    l_clRules.m_pstHead = l_pclList != nullptr ? l_pclList->fGetHeadNode() : nullptr;
+    l_clRules.m_nIndx = l_nIndx;
+    return l_clRules;
+  }
+  template <typename Visit>
+  void fEach(Visit l_fVisit) const {
+    if (m_bGathered) {
+      for (int i = 0; i < m_nCount; ++i) l_fVisit(m_ppstRules[i]);
+      return;
+    }
+    for (Rec* l_pstRule = m_pstHead; l_pstRule != nullptr; l_pstRule = l_pstRule->m_pstNext)
+      if (l_pstRule->m_nIndex == m_nIndx) l_fVisit(l_pstRule);
+  }
+
+ private:
+  bool m_bGathered = false;
+  Rec* const* m_ppstRules = nullptr;
+  int m_nCount = 0;
+  Rec* m_pstHead = nullptr;
+  int m_nIndx = 0;
+};
+
+// The three passes of one column, in this order:
+// - numeric: within a run of consecutive rules for this column the first
+//   rule that fires ends the run; a rule of the same watched log for another
+//   column between them starts a new run;
+// - text: every rule of this column, no early stop;
+// - date: every date rule of this column records it.
+void fColumnPasses(CColumnLogger& l_clLogger, const CLogRules<ST_NUM_PATTERN_LIST>& l_clNum,
+                   const CLogRules<ST_CHAR_PATTERN_LIST>& l_clChar, const CLogRules<ST_DATE_PATTERN_LIST>& l_clDate,
+                   int l_nColumn, char* l_pstrColumn) {
+  l_clNum.fEach([&](ST_NUM_PATTERN_LIST* l_pstRule) {
     if (l_pstRule->m_nComumnNum != l_nColumn) {
       m_nNumFaFoundFlag = 0;
-      continue;
+    } else if (m_nNumFaFoundFlag != 1) {
+      l_clLogger.fColumnFaultSearchNum(l_pstRule, l_pstrColumn);
     }
-    if (m_nNumFaFoundFlag != 1) l_clLogger.fColumnFaultSearchNum(l_pstRule, l_pstrColumn);
-  }
-}
-
-// Text pass of one column: every rule of this log and column, no early stop.
-void fCharPass(CColumnLogger& l_clLogger, int l_nIndx, int l_nColumn, char* l_pstrColumn) {
-  CCharPatternList* l_pclList = l_clLogger.m_pclCharPatternList;
-  if (l_pclList == nullptr) return;
-  for (ST_CHAR_PATTERN_LIST* l_pstRule = l_pclList->fGetHeadNode(); l_pstRule != nullptr;
-       l_pstRule = l_pstRule->m_pstNext) {
-    if (l_pstRule->m_nIndex == l_nIndx && l_pstRule->m_nComumnNum == l_nColumn)
-      l_clLogger.fColumnFaultSearchChar(l_pstRule, l_pstrColumn);
-  }
-}
-
-// Date pass of one column: every date rule of this log and column records it.
-void fDatePass(CColumnLogger& l_clLogger, int l_nIndx, int l_nColumn, char* l_pstrColumn) {
-  CDatePatternList* l_pclList = l_clLogger.m_pclDatePatternList;
-  if (l_pclList == nullptr) return;
-  for (ST_DATE_PATTERN_LIST* l_pstRule = l_pclList->fGetHeadNode(); l_pstRule != nullptr;
-       l_pstRule = l_pstRule->m_pstNext) {
-    if (l_pstRule->m_nIndex == l_nIndx && l_pstRule->m_nComumnNum == l_nColumn)
-      l_clLogger.fColumnFaultSearchDate(l_pstRule, l_pstrColumn);
-  }
+  });
+  l_clChar.fEach([&](ST_CHAR_PATTERN_LIST* l_pstRule) {
+    if (l_pstRule->m_nComumnNum == l_nColumn) l_clLogger.fColumnFaultSearchChar(l_pstRule, l_pstrColumn);
+  });
+  l_clDate.fEach([&](ST_DATE_PATTERN_LIST* l_pstRule) {
+    if (l_pstRule->m_nComumnNum == l_nColumn) l_clLogger.fColumnFaultSearchDate(l_pstRule, l_pstrColumn);
+  });
 }
 
 }  // namespace
@@ -270,24 +293,6 @@ const CColumnLogger::ST_RULE_PLAN* CColumnLogger::fRulePlan(int l_nIndx) {
   return &l_stPlan;
 }
 
-// The passes of fNumPass, fCharPass and fDatePass over one log's rules.
-void CColumnLogger::fPlanPasses(const ST_RULE_PLAN& l_stPlan, int l_nColumn, char* l_pstrColumn) {
-  for (int i = 0; i < l_stPlan.m_nNum; ++i) {
-    ST_NUM_PATTERN_LIST* l_pstRule = l_stPlan.m_ppstNum[i];
-    if (l_pstRule->m_nComumnNum != l_nColumn) {
-      m_nNumFaFoundFlag = 0;
-      continue;
-    }
-    if (m_nNumFaFoundFlag != 1) fColumnFaultSearchNum(l_pstRule, l_pstrColumn);
-  }
-  for (int i = 0; i < l_stPlan.m_nChar; ++i) {
-    if (l_stPlan.m_ppstChar[i]->m_nComumnNum == l_nColumn) fColumnFaultSearchChar(l_stPlan.m_ppstChar[i], l_pstrColumn);
-  }
-  for (int i = 0; i < l_stPlan.m_nDate; ++i) {
-    if (l_stPlan.m_ppstDate[i]->m_nComumnNum == l_nColumn) fColumnFaultSearchDate(l_stPlan.m_ppstDate[i], l_pstrColumn);
-  }
-}
-
 int CColumnLogger::fColumnIndexFind(int l_nIndx, int l_nSecLogCntFaultLevel, int l_nSecLogCount) {
   // Only the watched log decides the evaluation; the line-rate thresholds are
   // the process-wide m_nCntFaultArray.
@@ -322,6 +327,17 @@ int CColumnLogger::fColumnIndexFind(int l_nIndx, int l_nSecLogCntFaultLevel, int
     l_pstrColumns[l_nLen + 1] = '\0';
 
     const ST_RULE_PLAN* l_pstPlan = m_bRulePlans ? fRulePlan(l_nIndx) : nullptr;
+    using NumRules = CLogRules<ST_NUM_PATTERN_LIST>;
+    using CharRules = CLogRules<ST_CHAR_PATTERN_LIST>;
+    using DateRules = CLogRules<ST_DATE_PATTERN_LIST>;
+    const NumRules l_clNum = l_pstPlan != nullptr ? NumRules::fGathered(l_pstPlan->m_ppstNum.get(), l_pstPlan->m_nNum)
+                                                  : NumRules::fRegistry(m_pclNumPatternList, l_nIndx);
+    const CharRules l_clChar = l_pstPlan != nullptr
+                                   ? CharRules::fGathered(l_pstPlan->m_ppstChar.get(), l_pstPlan->m_nChar)
+                                   : CharRules::fRegistry(m_pclCharPatternList, l_nIndx);
+    const DateRules l_clDate = l_pstPlan != nullptr
+                                   ? DateRules::fGathered(l_pstPlan->m_ppstDate.get(), l_pstPlan->m_nDate)
+                                   : DateRules::fRegistry(m_pclDatePatternList, l_nIndx);
     const char l_chDelim1 = m_chDilimitor1;
     const char l_chDelim2 = m_nTokFlag == 2 ? m_chDilimitor2 : m_chDilimitor1;
     char* const l_pstrEnd = l_pstrColumns + l_nLen;
@@ -336,16 +352,12 @@ int CColumnLogger::fColumnIndexFind(int l_nIndx, int l_nSecLogCntFaultLevel, int
       *l_pstrPos = '\0';
       l_nColumn++;
       m_nNumFaFoundFlag = 0;
-      if (l_pstPlan != nullptr) {
-        // Columns without a rule of this log are passed over at once.
-        const bool l_bRules = l_nColumn <= 64 ? ((l_pstPlan->m_ulColumns >> (l_nColumn - 1)) & 1) != 0
-                                              : l_pstPlan->m_bFarColumns;
-        if (l_bRules) fPlanPasses(*l_pstPlan, l_nColumn, l_pstrColumn);
-      } else {
-        fNumPass(*this, l_nIndx, l_nColumn, l_pstrColumn);
-        fCharPass(*this, l_nIndx, l_nColumn, l_pstrColumn);
-        fDatePass(*this, l_nIndx, l_nColumn, l_pstrColumn);
-      }
+      // With the turn's rules at hand, a column without a rule of this log
+      // is passed over at once.
+      if (l_pstPlan != nullptr && !(l_nColumn <= 64 ? ((l_pstPlan->m_ulColumns >> (l_nColumn - 1)) & 1) != 0
+                                                   : l_pstPlan->m_bFarColumns))
+        continue;
+      fColumnPasses(*this, l_clNum, l_clChar, l_clDate, l_nColumn, l_pstrColumn);
     }
     if (l_nColumn > 0) fLeaveCursorsAtEnd(*this);
   }

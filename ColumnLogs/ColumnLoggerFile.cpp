@@ -207,17 +207,24 @@ int CColumnLogger::fFilePointSeek(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_pp
   return 1;
 }
 
+namespace {
+
+// Only a plain name qualifies (a wildcard's choice depends on other files),
+// and only a log past its first look that resumes at its offset (type 1
+// reads the whole file every turn).
+bool fQuietCandidate(const ST_LOGFILE_INFO* l_pstLogFileInfo) {
+  return l_pstLogFileInfo->m_chCreateType != 0 && l_pstLogFileInfo->m_nLogType != LOG_TYPE_WHOLE_FILE &&
+         l_pstLogFileInfo->m_nFirstFlag == 1;
+}
+
+}  // namespace
+
 void CColumnLogger::fNoteQuietLog(const ST_LOGFILE_INFO* l_pstLogFileInfo, const struct stat* l_pstStat) {
   const int l_nIndx = l_pstLogFileInfo->m_nIndx;
   if (l_nIndx < 1 || l_nIndx > MAX_WATCHED_LOGS) return;
   ST_QUIET_LOG& l_stQuiet = m_vstQuietLogs[l_nIndx];
   l_stQuiet = ST_QUIET_LOG();
-  // Only a plain name qualifies (a wildcard's choice depends on other files),
-  // and only a log that resumes at its offset (type 1 reads the whole file
-  // every turn).
-  if (l_pstStat == nullptr || l_pstLogFileInfo->m_chCreateType == 0 || l_pstLogFileInfo->m_nLogType == LOG_TYPE_WHOLE_FILE ||
-      l_pstLogFileInfo->m_nFirstFlag != 1)
-    return;
+  if (l_pstStat == nullptr || !fQuietCandidate(l_pstLogFileInfo)) return;
   l_stQuiet.m_pstLog = l_pstLogFileInfo;
   l_stQuiet.m_stDev = l_pstStat->st_dev;
   l_stQuiet.m_stIno = l_pstStat->st_ino;
@@ -235,8 +242,7 @@ bool CColumnLogger::fStillQuiet(ST_LOGFILE_INFO* l_pstLogFileInfo, const char* l
   if (l_nIndx < 1 || l_nIndx > MAX_WATCHED_LOGS) return false;
   const ST_QUIET_LOG& l_stQuiet = m_vstQuietLogs[l_nIndx];
   // With the console trace on, every turn goes the whole way and shows it.
-  if (g_nPrint == 1 || l_stQuiet.m_pstLog != l_pstLogFileInfo || l_pstLogFileInfo->m_chCreateType == 0 ||
-      l_pstLogFileInfo->m_nLogType == LOG_TYPE_WHOLE_FILE || l_pstLogFileInfo->m_nFirstFlag != 1 ||
+  if (g_nPrint == 1 || l_stQuiet.m_pstLog != l_pstLogFileInfo || !fQuietCandidate(l_pstLogFileInfo) ||
       l_pstLogFileInfo->m_lOffSet != static_cast<long>(l_stQuiet.m_lSize) ||
       l_pstLogFileInfo->m_lLogFileModifyTime != static_cast<long>(l_stQuiet.m_stMtime.tv_sec) ||
       strcmp(l_pstLogFileInfo->m_strLogingFile, l_pstrOpenName) != 0)
