@@ -232,9 +232,9 @@ int COmniLog::fWriteRecord(const char* l_pstrRecord) {
   // One unbuffered write: the record is visible at once and nothing waits
   // in a user-space buffer. A short or failed write is not retried.
   const size_t l_nLen = strlen(l_pstrRecord);
-  const ssize_t l_nWritten = l_nLen > 0 ? write(m_nFileFd, l_pstrRecord, l_nLen) : 0;
-  // A failed write is ignored: a failing log file must not disturb the caller.
-  if (l_nWritten > 0) m_ulSizeSeen += static_cast<unsigned long>(l_nWritten);
+  if (l_nLen > 0 && write(m_nFileFd, l_pstrRecord, l_nLen) < 0) {
+    // ignored: a failing log file must not disturb the caller
+  }
   return 1;
 }
 
@@ -295,7 +295,6 @@ int COmniLog::fOpenLogFile() {
 }
 
 int COmniLog::fCloseLogFile() {
-  m_tSizeSecond = -1;  // the next record queries the status of whatever file is current then
   if (m_nFileFd != 0) {
     close(m_nFileFd);
     m_nFileFd = 0;

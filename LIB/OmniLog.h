@@ -185,10 +185,6 @@ class COmniLog {
   int m_nLivInvLogFlag;                  // 0 for "AGENT"/"agent" names: resume the recent file
 
   OmniLogClock m_pfnClock;               // time source, time() by default
-  // The size check queries the file's status once per clock second; the
-  // records written within that second are added to the size it gave.
-  time_t m_tSizeSecond = -1;             // second of the last status query; -1: query at the next record
-  unsigned long m_ulSizeSeen = 0;        // the file's size as of the last record
   std::atomic<int> m_nStopRequest;       // 1: the writer thread is to end
   std::atomic<int> m_nThreadEnded;       // 1: the writer thread touches nothing any more
 };

@@ -89,29 +89,24 @@ int COmniLog::fDateChangeChk() {
 // and the records written in between go with the old file.
 int COmniLog::fLogSizeChk() {
   if (m_pstrLogFile == nullptr) return 0;  // no name could be built (no memory)
-  const time_t l_tNow = fNow();
-  if (l_tNow != m_tSizeSecond || m_nFileFd == 0) {
-    struct stat l_stStat;
-    if (lstat(m_pstrLogFile, &l_stStat) != 0) {
-      // Missing (removed or moved away, or never created): create it again;
-      // the record that found it missing is dropped.
-      fCloseLogFile();
-      fOpenLogFile();
-      m_tSizeSecond = -1;
-      return 0;
-    }
-    m_tSizeSecond = l_tNow;
-    m_ulSizeSeen = static_cast<unsigned long>(l_stStat.st_size);
+  // The path's status before every record: a file removed or moved away by
+  // someone else, or grown from outside, is noticed at the very next record.
+  struct stat l_stStat;
+  if (lstat(m_pstrLogFile, &l_stStat) != 0) {
+    // Missing (removed or moved away, or never created): create it again;
+    // the record that found it missing is dropped.
+    fCloseLogFile();
+    fOpenLogFile();
+    return 0;
   }
   // A threshold of 0 (fSetLogSize with an unknown unit) means "no size
   // limit": rotating at every record would drop every record.
-  if (m_ulLogSize == 0 || m_ulSizeSeen < m_ulLogSize) return 1;
+  if (m_ulLogSize == 0 || static_cast<unsigned long>(l_stStat.st_size) < m_ulLogSize) return 1;
 
   fLogCompress();  // the full file, before it is closed
   fCloseLogFile();
   fLogNameChange(0);
   fOpenLogFile();
-  m_tSizeSecond = -1;
   return 0;
 }
 
