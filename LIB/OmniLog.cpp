@@ -11,6 +11,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <new>
 
 #include "CommonFunc.h"
@@ -35,6 +36,7 @@ const char* const kCompressorPaths[] = {
 constexpr size_t kPathSlack = 256;    // heap paths: length of the prefix plus this
 constexpr size_t kRecordSlack = 256;  // records: length of code (or file) and message plus this
 constexpr size_t kTimeBufSize = 16;   // "YYYYMMDD-HHMMSS" and the terminator
+constexpr size_t kSmallRecord = 1024;  // records up to this size are formatted on the stack
 
 const char* fTextOrEmpty(const char* l_pstrText) { return l_pstrText == nullptr ? "" : l_pstrText; }
 
@@ -206,23 +208,39 @@ int COmniLog::fLogWrite(int l_nLogGrade, int l_nLine, char* l_pstrFileName, char
 }
 
 int COmniLog::fWrite(int l_nLogGrade, char* l_pstrLogCode, char* l_pstrLogMsg) {
-  const char* l_pstrCode = fTextOrEmpty(l_pstrLogCode);
-  const char* l_pstrMsg = fTextOrEmpty(l_pstrLogMsg);
+  return fWriteGraded(l_nLogGrade, fTextOrEmpty(l_pstrLogCode), nullptr, fTextOrEmpty(l_pstrLogMsg));
+}
+
+int COmniLog::fWriteGraded(int l_nLogGrade, const char* l_pstrLabel, const int* l_pnLine, const char* l_pstrMsg) {
   char l_strTime[kTimeBufSize] = {};
   fGetDayTime(0, l_strTime, 2);
 
-  const size_t l_nSize = strlen(l_pstrCode) + strlen(l_pstrMsg) + kRecordSlack;
-  char* l_pstrRecord = new (std::nothrow) char[l_nSize]();
-  if (l_pstrRecord == nullptr) return 0;  // no memory: the record is dropped
-
-  if (l_nLogGrade == 1 && m_nLogMode == LOG_MODE_DEBUG) {
-    snprintf(l_pstrRecord, l_nSize, "[%s][DEBUG][%s]%s\n", l_strTime, l_pstrCode, l_pstrMsg);
-  } else if (l_nLogGrade == 2 || l_nLogGrade == 3) {
-    snprintf(l_pstrRecord, l_nSize, "[%s][INFO][%s]%s\n", l_strTime, l_pstrCode, l_pstrMsg);
+  // Records of ordinary length are formatted on the stack; a longer one
+  // (a long message or file name) on the heap, and dropped if there is no
+  // memory for it.
+  const size_t l_nSize = strlen(l_pstrLabel) + strlen(l_pstrMsg) + kRecordSlack;
+  char l_strSmall[kSmallRecord];
+  std::unique_ptr<char[]> l_upLarge;
+  char* l_pstrRecord = l_strSmall;
+  if (l_nSize > sizeof(l_strSmall)) {
+    l_upLarge.reset(new (std::nothrow) char[l_nSize]);
+    if (!l_upLarge) return 0;
+    l_pstrRecord = l_upLarge.get();
   }
-  const int l_nResult = fWriteRecord(l_pstrRecord);
-  delete[] l_pstrRecord;
-  return l_nResult;
+  l_pstrRecord[0] = '\0';  // a grade that writes nothing leaves it empty
+
+  const char* l_pstrGrade = nullptr;
+  if (l_nLogGrade == 1 && m_nLogMode == LOG_MODE_DEBUG) {
+    l_pstrGrade = "DEBUG";
+  } else if (l_nLogGrade == 2 || l_nLogGrade == 3) {
+    l_pstrGrade = "INFO";
+  }
+  if (l_pstrGrade != nullptr && l_pnLine == nullptr) {
+    snprintf(l_pstrRecord, l_nSize, "[%s][%s][%s]%s\n", l_strTime, l_pstrGrade, l_pstrLabel, l_pstrMsg);
+  } else if (l_pstrGrade != nullptr) {
+    snprintf(l_pstrRecord, l_nSize, "[%s][%s][%s][%d]%s\n", l_strTime, l_pstrGrade, l_pstrLabel, *l_pnLine, l_pstrMsg);
+  }
+  return fWriteRecord(l_pstrRecord);
 }
 
 int COmniLog::fWriteRecord(const char* l_pstrRecord) {
@@ -268,9 +286,24 @@ int COmniLog::fGetDayTime(int l_nDayTime, char* l_pstrDayTime, int l_nMode) {
   // The reentrant conversion is used here too: the writer thread and other
   // threads of the process may convert times at the same moment.
   const time_t l_tTime = (l_nDayTime > 0) ? static_cast<time_t>(l_nDayTime) : fNow();
-  if (fFormatTime(l_tTime, l_pstrDayTime, l_nMode) == 0) {
-    fFormatTime(l_tTime, l_pstrDayTime, l_nMode);  // tried once more
+  if (l_nMode < 1 || l_nMode > kTimeModes) {
+    fFormatTime(l_tTime, l_pstrDayTime, l_nMode);  // formats nothing
+    return static_cast<int>(l_tTime);
   }
+  // Every record converts the same second twice (time of day, date check):
+  // the last second's text is kept per mode and converted only when the
+  // second changes. A conversion that fails leaves nothing kept.
+  ST_TIME_TEXT& l_stText = m_vstTimeText[l_nMode - 1];
+  if (l_stText.m_tTime != l_tTime || l_tTime < 0) {
+    char l_strText[kTimeBufSize] = {};
+    if (fFormatTime(l_tTime, l_strText, l_nMode) == 0 && fFormatTime(l_tTime, l_strText, l_nMode) == 0) {
+      l_stText.m_tTime = -1;
+      return static_cast<int>(l_tTime);
+    }
+    memcpy(l_stText.m_strText, l_strText, sizeof(l_strText));
+    l_stText.m_tTime = l_tTime;
+  }
+  memcpy(l_pstrDayTime, l_stText.m_strText, sizeof(l_stText.m_strText));
   return static_cast<int>(l_tTime);
 }
 

@@ -160,7 +160,11 @@ class COmniLog {
   // Formats `l_tTime` as local time by `l_nMode` (1 date, 2 time of day,
   // 3 both) into `l_pstrOut` (at least 16 bytes). 1 when formatted, else 0.
   static int fFormatTime(time_t l_tTime, char* l_pstrOut, int l_nMode);
-  // Appends one formatted record (both fWrite overloads end here).
+  // Formats one record of grade `l_nLogGrade`: "[time][INFO or DEBUG][label]"
+  // then "[line]" when `l_pnLine` is not null, the message and a newline;
+  // then fWriteRecord. Both fWrite overloads end here.
+  int fWriteGraded(int l_nLogGrade, const char* l_pstrLabel, const int* l_pnLine, const char* l_pstrMsg);
+  // Appends one formatted record.
   int fWriteRecord(const char* l_pstrRecord);
   // Queues one message for the writer thread (both fLogWrite overloads).
   void fQueueMessage(int l_nLine, const char* l_pstrFileName, const char* l_pstrLogMsg);
@@ -185,6 +189,14 @@ class COmniLog {
   int m_nLivInvLogFlag;                  // 0 for "AGENT"/"agent" names: resume the recent file
 
   OmniLogClock m_pfnClock;               // time source, time() by default
+  // The last converted second's text for each mode of fGetDayTime (1 date,
+  // 2 time of day, 3 both); m_tTime -1: nothing kept.
+  static constexpr int kTimeModes = 3;
+  struct ST_TIME_TEXT {
+    time_t m_tTime = -1;
+    char m_strText[16] = {};
+  };
+  ST_TIME_TEXT m_vstTimeText[kTimeModes];
   std::atomic<int> m_nStopRequest;       // 1: the writer thread is to end
   std::atomic<int> m_nThreadEnded;       // 1: the writer thread touches nothing any more
 };

@@ -81,12 +81,6 @@ int COmniLog::fDateChangeChk() {
   return fOpenLogFile() == 1 ? 1 : 0;
 }
 
-// The status of the file is queried at the first record of every clock
-// second (a query costs a system call; a busy second writes dozens of
-// records). Within the second the size grows by what this logger writes, so
-// rotation happens at the same record as with a query every time; a file
-// removed or moved away is noticed by the first record of the next second,
-// and the records written in between go with the old file.
 int COmniLog::fLogSizeChk() {
   if (m_pstrLogFile == nullptr) return 0;  // no name could be built (no memory)
   // The path's status before every record: a file removed or moved away by

@@ -20,8 +20,6 @@ namespace {
 constexpr int kBusyPauseUsec = 5000;     // after a message: a backlog drains at 200 a second
 constexpr int kIdlePauseUsec = 100000;   // while the queue is empty
 constexpr int kStopPollUsec = 1000;      // fStopThread's look at the writer
-constexpr size_t kRecordSlack = 256;
-constexpr size_t kTimeBufSize = 16;
 
 const char* fTextOrEmpty(const char* l_pstrText) { return l_pstrText == nullptr ? "" : l_pstrText; }
 
@@ -105,23 +103,7 @@ void* fLogThreadQ(void* arg) {
 }
 
 int COmniLog::fWrite(int l_nLogGrade, int l_nLine, char* l_pstrFileName, char* l_pstrLogMsg) {
-  const char* l_pstrFile = fTextOrEmpty(l_pstrFileName);
-  const char* l_pstrMsg = fTextOrEmpty(l_pstrLogMsg);
-  char l_strTime[kTimeBufSize] = {};
-  fGetDayTime(0, l_strTime, 2);
-
-  const size_t l_nSize = strlen(l_pstrFile) + strlen(l_pstrMsg) + kRecordSlack;
-  char* l_pstrRecord = new (std::nothrow) char[l_nSize]();
-  if (l_pstrRecord == nullptr) return 0;  // no memory: the record is dropped
-
-  if (l_nLogGrade == 1 && m_nLogMode == LOG_MODE_DEBUG) {
-    snprintf(l_pstrRecord, l_nSize, "[%s][DEBUG][%s][%d]%s\n", l_strTime, l_pstrFile, l_nLine, l_pstrMsg);
-  } else if (l_nLogGrade == 2 || l_nLogGrade == 3) {
-    snprintf(l_pstrRecord, l_nSize, "[%s][INFO][%s][%d]%s\n", l_strTime, l_pstrFile, l_nLine, l_pstrMsg);
-  }
-  const int l_nResult = fWriteRecord(l_pstrRecord);
-  delete[] l_pstrRecord;
-  return l_nResult;
+  return fWriteGraded(l_nLogGrade, fTextOrEmpty(l_pstrFileName), &l_nLine, fTextOrEmpty(l_pstrLogMsg));
 }
 
 int COmniLog::fGetThreadDayTime(int l_nDayTime, char* l_pstrDayTime, int l_nMode) {

@@ -1,6 +1,7 @@
 // What the agent's fixed costs are made of on this machine: a system call,
 // the status and open of a watched log, the append of one event (as a stream
-// and as a descriptor), and the shell that hands an event file off. The CPU
+// and as a descriptor), one diagnostic record, and the shell that hands an
+// event file off. The CPU
 // time reported is the calling thread's, so a shell's own work is not in it.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -12,6 +13,8 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+
+#include "OmniLog.h"
 
 namespace {
 
@@ -97,6 +100,22 @@ void BM_EventAppendDescriptor(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_EventAppendDescriptor);
+
+// One record of the agent's diagnostic log, as a cycle writes one for each
+// watched log: formatted, the date and size checks, one write. The threshold
+// is raised so that no rotation (and no compression shell) happens.
+void BM_DiagnosticRecord(benchmark::State& state) {
+  CScratch l_clScratch;
+  char l_strName[] = "SER";
+  COmniLog l_clLog(COmniLog::LOG_MODE_NORMAL, l_strName, 2);
+  std::string l_strPath = l_clScratch.m_strDir + "/";
+  l_clLog.fSetLogPath(l_strPath.data());
+  l_clLog.fSetLogSize(1024, 1);
+  char l_strCode[] = "LOG";
+  char l_strMsg[] = "log [7] offset = [120431]";
+  for (auto _ : state) l_clLog.fLogWrite(3, l_strCode, l_strMsg);
+}
+BENCHMARK(BM_DiagnosticRecord);
 
 // The close-out of a cycle: a shell running mv (of a file that is not there,
 // as its output is discarded either way). Wall time includes the shell.
