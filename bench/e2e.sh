@@ -15,6 +15,9 @@
 #  (d) a full configuration of 19 watched logs with 5 line patterns and 20
 #      rules each: idle CPU over DURATION seconds with nothing new, then peak
 #      RSS after a few seconds of lines in every log.
+#  (f) the floor of (a): the same writer behind a line filter no line
+#      matches, so the agent reads, joins and pauses but evaluates nothing;
+#      reports CPU seconds per million lines read.
 #
 # Bench configuration of (a) to (c): line filter "^20.*cpu=", 3 numeric rules
 # (cpu above 97 %, mem at least 98.5 %, latency above 4900 ms) and 2 text
@@ -24,7 +27,7 @@
 # 1000000), SEED (default 7), FLAT_MAX (default 3000000), BUILD (build
 # directory, default build-bench, configured Release), SKIP_BUILD=1 to use the
 # binaries already in BUILD, AGENT (the agent binary, default BUILD/bin/ColumnLogs),
-# PHASES (default "a b c d"), LOG_MODE (the agent's diagnostic log mode,
+# PHASES (default "a f b c d"), LOG_MODE (the agent's diagnostic log mode,
 # default NORMAL; phase (a) reads the diagnostic log, so it needs one).
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -35,7 +38,7 @@ seed=${SEED:-7}
 flat_max=${FLAT_MAX:-3000000}
 build=${BUILD:-$top/build-bench}
 case $build in /*) ;; *) build=$top/$build ;; esac
-phases=${PHASES:-a b c d}
+phases=${PHASES:-a f b c d}
 log_mode=${LOG_MODE:-NORMAL}
 export LC_ALL=C
 # Seconds for the agent's first cycle after start-up.
@@ -142,12 +145,15 @@ stop() { kill "$1" 2>/dev/null || true; wait "$1" 2>/dev/null || true; }
 
 declare -A R=()
 
-phase_a() {
-  local d=$work/a log
+# rate_run <key> <line filter>: the agent watches one log with the bench rules
+# behind <line filter> while the writer appends 2,000 lines/s for DURATION
+# seconds; figures go to R[<key>_...].
+rate_run() {
+  local k=$1 filter=$2 d=$work/$1 log
   setup "$d"
   log=$d/logs/app.log
   : >"$log"
-  entry 1 "$log" 2 "$NUMBER" "$TEXT" NULL "1{|}$FILTER" >>"$d/agent.conf"
+  entry 1 "$log" 2 "$NUMBER" "$TEXT" NULL "1{|}$filter" >>"$d/agent.conf"
   start_agent "$d"
   sleep "$settle"
   local c0 n0 t0 c1 n1 t1 written idle=10
@@ -157,7 +163,7 @@ phase_a() {
   n0=$(cpu_ns "$agent"); t0=$(now)
   sleep "$idle"
   n1=$(cpu_ns "$agent"); t1=$(now)
-  R[a_idle_us]=$(calc %.0f "($n1 - $n0) / 1e3 / ($t1 - $t0)")
+  R[${k}_idle_us]=$(calc %.0f "($n1 - $n0) / 1e3 / ($t1 - $t0)")
   c0=$(cpu_secs "$agent"); n0=$(cpu_ns "$agent"); t0=$(now)
   written=$("$writer_bin" rate "$log" 2000 "$duration" "$seed")
   # The last lines are read by the next cycle: wait until the saved offset is the file's end.
@@ -168,23 +174,37 @@ phase_a() {
   done
   sleep "$settle"  # let the cycle that read them hand its events off
   c1=$(cpu_secs "$agent"); n1=$(cpu_ns "$agent"); t1=$(now)
-  R[a_written]=$written
-  R[a_evaluated]=$(grep -c -E "$FILTER" "$log")
-  R[a_caught_up]=$([ $end_wait -lt 50 ] && echo yes || echo NO)
-  R[a_cpu]=$(calc %.2f "$c1 - $c0")
-  R[a_cpu_ns]=$(calc %.3f "($n1 - $n0) / 1e9")
-  R[a_wall]=$(calc %.1f "$t1 - $t0")
-  R[a_children]=$(child_secs "$agent")
-  R[a_hwm]=$(status_kb "$agent" VmHWM)
-  R[a_max_events]=$(grep -h -o 'fault count = [0-9]*' "$d"/log/* | awk '{ if ($4 > m) m = $4 } END { print m + 0 }')
+  R[${k}_written]=$written
+  R[${k}_read]=$(wc -l <"$log")
+  R[${k}_evaluated]=$(grep -c -E "$filter" "$log" || true)
+  R[${k}_caught_up]=$([ $end_wait -lt 50 ] && echo yes || echo NO)
+  R[${k}_cpu]=$(calc %.2f "$c1 - $c0")
+  R[${k}_cpu_ns]=$(calc %.3f "($n1 - $n0) / 1e9")
+  R[${k}_wall]=$(calc %.1f "$t1 - $t0")
+  R[${k}_children]=$(child_secs "$agent")
+  R[${k}_hwm]=$(status_kb "$agent" VmHWM)
+  R[${k}_max_events]=$(grep -h -o 'fault count = [0-9]*' "$d"/log/* | awk '{ if ($4 > m) m = $4 } END { print m + 0 }')
   stop "$agent"
+}
+
+phase_a() {
+  local d=$work/a
+  rate_run a "$FILTER"
   cat "$d"/out/out_* 2>/dev/null >"$d/agent.events" || true
-  mawk "$AWK_RULES" "$log" >"$d/awk.events"
+  mawk "$AWK_RULES" "$d/logs/app.log" >"$d/awk.events"
   R[a_events]=$(wc -l <"$d/agent.events")
   R[a_awk_events]=$(wc -l <"$d/awk.events")
   R[a_same]=$(cmp -s "$d/agent.events" "$d/awk.events" && echo identical || echo DIFFERENT)
   R[a_per_m]=$(calc %.3f "${R[a_cpu_ns]} / ${R[a_evaluated]} * 1e6")
   R[a_per_m_ticks]=$(calc %.3f "${R[a_cpu]} / ${R[a_evaluated]} * 1e6")
+}
+
+# The floor of (a): the same lines at the same rate behind a line filter that
+# no line matches, so the agent reads, joins, pauses and keeps its records
+# but evaluates nothing.
+phase_f() {
+  rate_run f '^NO LINE MATCHES'
+  R[f_per_m]=$(calc %.3f "${R[f_cpu_ns]} / ${R[f_read]} * 1e6")
 }
 
 phase_b() {
@@ -302,6 +322,11 @@ if [[ " $phases " == *" a "* ]]; then
   echo "    of which cycles without lines: ${R[a_idle_us]} us a second before the writer started = $(calc %.3f "${R[a_idle_us]} * ${R[a_wall]} / 1e6 / ${R[a_evaluated]} * 1e6") s per million"
   echo "    peak RSS (VmHWM) ${R[a_hwm]} kB; events: agent ${R[a_events]}, awk ${R[a_awk_events]} (${R[a_same]}); most events of one turn ${R[a_max_events]}"
 fi
+if [[ " $phases " == *" f "* ]]; then
+  echo "(f) floor of (a), no line passes the filter: ${R[f_read]} lines read, caught up: ${R[f_caught_up]}"
+  echo "    agent CPU ${R[f_cpu_ns]} s (schedstat) in ${R[f_wall]} s = ${R[f_per_m]} s per million lines read;" \
+    "cycles without lines ${R[f_idle_us]} us a second"
+fi
 if [[ " $phases " == *" b "* ]]; then
   echo "(b) flat out for ${duration}s: ${R[b_written]} lines written; read ${R[b_lines]} lines in ${R[b_secs]} s = ${R[b_rate]} lines/s = ${R[b_pct]} % of 4000"
   echo "    throttle pauses ${R[b_pauses]}; agent CPU ${R[b_cpu_pct]} % of a core; still unread at the end ${R[b_behind]} bytes"
@@ -318,6 +343,9 @@ if [[ " $phases " == *" c "* ]]; then
     echo "    agent / mawk = $(ratio "${R[c_mawk]}" "${R[c_evaluated]}") (goal <= 0.333); agent / gawk = $(ratio "${R[c_gawk]}" "${R[c_evaluated]}");" \
       "agent / grep -E = $(ratio "${R[c_grep]}" "${R[c_evaluated]}"); agent / cat = $(ratio "${R[c_cat]}" "${R[c_lines]}")"
   fi
+  if [[ " $phases " == *" f "* ]]; then
+    echo "    floor (f) / mawk = $(awk -v f="${R[f_per_m]}" -v t="${R[c_mawk]}" -v n="${R[c_evaluated]}" 'BEGIN { if (t > 0) printf "%.3f", f / (t / n * 1e6); else printf "n/a" }')"
+  fi
 fi
 if [[ " $phases " == *" d "* ]]; then
   echo "(d) 19 logs x (5 patterns, 20 rules), configuration ${R[d_conf_bytes]} bytes"
@@ -331,6 +359,9 @@ if [[ " $phases " == *" a "* ]]; then
   [ "${R[a_caught_up]}" = yes ] || { echo "FAIL: (a) the agent did not read the whole log" >&2; status=1; }
   [ "${R[a_same]}" = identical ] || { echo "FAIL: (a) the agent's events differ from awk's" >&2; status=1; }
   [ "${R[a_max_events]}" -le 100 ] || { echo "FAIL: (a) a turn passed the event ceiling: lines went unevaluated" >&2; status=1; }
+fi
+if [[ " $phases " == *" f "* ]]; then
+  [ "${R[f_caught_up]}" = yes ] && [ "${R[f_evaluated]}" -eq 0 ] || { echo "FAIL: (f) the agent did not read the whole log, or a line passed" >&2; status=1; }
 fi
 if [[ " $phases " == *" b "* ]]; then
   [ "${R[b_lines]}" -gt 0 ] && [ "${R[b_behind]}" -gt 0 ] || { echo "FAIL: (b) the agent read nothing or caught up with the writer" >&2; status=1; }
