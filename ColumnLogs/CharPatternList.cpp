@@ -11,9 +11,7 @@ bool fValidSlot(const ST_CHAR_PATTERN_LIST* l_pstRule, int l_nPatternIndex) {
 
 }  // namespace
 
-CCharPatternList::CCharPatternList() : m_clList(RULE_LIST_ORDER, RULE_LIST_MAX_CNT, 1) {}
-
-void CCharPatternList::Traits::fCopyPayload(ST_CHAR_PATTERN_LIST* l_pstDst, const ST_CHAR_PATTERN_LIST* l_pstSrc) {
+void CharRuleTraits::fCopyPayload(ST_CHAR_PATTERN_LIST* l_pstDst, const ST_CHAR_PATTERN_LIST* l_pstSrc) {
   // Slots start empty and null: a new rule owns no pattern yet.
   l_pstDst->m_nIndex = l_pstSrc->m_nIndex;
   l_pstDst->m_nComumnNum = l_pstSrc->m_nComumnNum;

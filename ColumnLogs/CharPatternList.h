@@ -2,7 +2,7 @@
 // (LOGnn_CHAR_PATTERN), one ST_CHAR_PATTERN_LIST per rule. A rule with
 // comparison code 3 also holds its text compiled as a pattern.
 //
-// Order: as CNumPatternList (NumPatternList.h): rules grouped per entry
+// Order: that of every rule registry (RuleRegistry.h): rules grouped per entry
 // number, groups in arrival order, the newest rule of a group first, so
 // fGetNode(nn) yields the rule added last for nn.
 //
@@ -14,8 +14,7 @@
 // Threads: main thread only; one cursor walk at a time.
 #pragma once
 
-#include "NumPatternList.h"  // RULE_LIST_ORDER, RULE_LIST_MAX_CNT
-#include "OrderedList.h"
+#include "RuleRegistry.h"
 #include "PatternSlots.h"
 
 class CStrPattern;
@@ -39,14 +38,17 @@ struct ST_CHAR_PATTERN_LIST {
   ST_CHAR_PATTERN_LIST* m_pstPrev;  // previous rule, null at the head
 };
 
-class CCharPatternList {
+struct CharRuleTraits {
+  static int fKey(const ST_CHAR_PATTERN_LIST* l_pstNode) { return l_pstNode->m_nIndex; }
+  static void fCopyPayload(ST_CHAR_PATTERN_LIST* l_pstDst, const ST_CHAR_PATTERN_LIST* l_pstSrc);
+  static void fRelease(ST_CHAR_PATTERN_LIST* l_pstNode) { fgPatternSlotsRelease(l_pstNode->m_vpclStrPattern); }
+  static constexpr int kInsertRule = INSERT_BEFORE_SAME_KEY;
+};
+
+class CCharPatternList : public CRuleRegistry<ST_CHAR_PATTERN_LIST, CharRuleTraits> {
  public:
   // Empty registry: order type 1, nominal maximum 90,000, duplicates allowed.
-  CCharPatternList();
-  // Releases every record with its compiled patterns.
-  ~CCharPatternList() = default;
-  CCharPatternList(const CCharPatternList&) = delete;
-  CCharPatternList& operator=(const CCharPatternList&) = delete;
+  CCharPatternList() = default;
 
   // Builds a rule with empty pattern slots (the text is copied, cut to 1023
   // characters; null is stored empty) and inserts it by the order rule.
@@ -74,53 +76,4 @@ class CCharPatternList {
   // Releases the compiled pattern of one slot and sets it null. 1; -1 for a
   // null rule or a slot number outside 0..4.
   int fPatternClear(ST_CHAR_PATTERN_LIST* l_pstLogFileInfo, int l_nPatternIndex);
-
-  // Removes every rule of this entry number: 1 when at least one went, else 0.
-  int fDelLinkedList(int l_nIndex) { return m_clList.fDeleteNode(l_nIndex); }
-  // Unlinks and frees one rule with its patterns; the rule must belong to
-  // this registry (null is ignored); head, end and cursor move as for any removal.
-  void fDeleteLinkedList(ST_CHAR_PATTERN_LIST* l_pstDeleteNode) { m_clList.fUnlink(l_pstDeleteNode); }
-  // Releases all rules; returns how many there were.
-  int fClearLinkedList() { return m_clList.fFreeAll(); }
-  // Number of rules.
-  long fGetLinkedListCnt() { return m_clList.fGetNodeCnt(); }
-
-  // First rule (from the head) with this entry number, or null.
-  ST_CHAR_PATTERN_LIST* fGetNode(int l_nIndex) { return m_clList.fGetNode(l_nIndex); }
-  // The cursor rule, or null.
-  ST_CHAR_PATTERN_LIST* fGetNode() { return m_clList.fGetNode(); }
-  ST_CHAR_PATTERN_LIST* fGetHeadNode() { return m_clList.fGetHeadNode(); }
-  ST_CHAR_PATTERN_LIST* fGetEndNode() { return m_clList.fGetEndNode(); }
-  // Cursor: fMoveFirst / fMoveLast return 1 when the registry is not empty;
-  // fMoveNext / fMovePrev return the cursor rule and then step.
-  int fMoveFirst() { return m_clList.fMoveFirst(); }
-  int fMoveLast() { return m_clList.fMoveLast(); }
-  ST_CHAR_PATTERN_LIST* fMoveNext() { return m_clList.fMoveNext(); }
-  ST_CHAR_PATTERN_LIST* fMovePrev() { return m_clList.fMovePrev(); }
-  long fGetNodeCnt() { return m_clList.fGetNodeCnt(); }
-  long fGetNodeMaxCnt() { return m_clList.fGetNodeMaxCnt(); }
-  // Last error code and text (owned by the registry); 0 and empty until a failure.
-  int fGetErrorCode() { return m_clList.fGetErrorCode(); }
-  char* fGetErrorMsg() { return m_clList.fGetErrorMsg(); }
-  // Releases all rules with their patterns; returns how many there were.
-  int fFreeAll() { return m_clList.fFreeAll(); }
-  // Removes every rule of this entry number: 1 when at least one went, else 0.
-  int fDeleteNode(int l_nIndex) { return m_clList.fDeleteNode(l_nIndex); }
-
- private:
-  struct Traits {
-    static int fKey(const ST_CHAR_PATTERN_LIST* l_pstNode) { return l_pstNode->m_nIndex; }
-    static void fCopyPayload(ST_CHAR_PATTERN_LIST* l_pstDst, const ST_CHAR_PATTERN_LIST* l_pstSrc);
-    static void fRelease(ST_CHAR_PATTERN_LIST* l_pstNode) { fgPatternSlotsRelease(l_pstNode->m_vpclStrPattern); }
-    static constexpr int kInsertRule = INSERT_BEFORE_SAME_KEY;
-  };
-
-  int fSearchInsertPosition(ST_CHAR_PATTERN_LIST* l_pstNode, ST_CHAR_PATTERN_LIST** l_ppstNodePosition) {
-    return m_clList.fSearchInsertPosition(l_pstNode, l_ppstNodePosition);
-  }
-  int fAddNode(ST_CHAR_PATTERN_LIST* l_pstAddNode) { return m_clList.fAddNode(l_pstAddNode); }
-  long fNodeCntInc() { return m_clList.fNodeCntInc(); }
-  long fNodeCntDec() { return m_clList.fNodeCntDec(); }
-
-  COrderedList<ST_CHAR_PATTERN_LIST, Traits> m_clList;
 };

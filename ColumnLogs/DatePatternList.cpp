@@ -2,9 +2,7 @@
 
 #include "CommonFunc.h"
 
-CDatePatternList::CDatePatternList() : m_clList(RULE_LIST_ORDER, RULE_LIST_MAX_CNT, 1) {}
-
-void CDatePatternList::Traits::fCopyPayload(ST_DATE_PATTERN_LIST* l_pstDst, const ST_DATE_PATTERN_LIST* l_pstSrc) {
+void DateRuleTraits::fCopyPayload(ST_DATE_PATTERN_LIST* l_pstDst, const ST_DATE_PATTERN_LIST* l_pstSrc) {
   l_pstDst->m_nIndex = l_pstSrc->m_nIndex;
   l_pstDst->m_nComumnNum = l_pstSrc->m_nComumnNum;
   fgStrCopy(l_pstDst->m_strDatePattern, sizeof(l_pstDst->m_strDatePattern), l_pstSrc->m_strDatePattern);

@@ -2,9 +2,7 @@
 
 #include "CommonFunc.h"
 
-CNumPatternList::CNumPatternList() : m_clList(RULE_LIST_ORDER, RULE_LIST_MAX_CNT, 1) {}
-
-void CNumPatternList::Traits::fCopyPayload(ST_NUM_PATTERN_LIST* l_pstDst, const ST_NUM_PATTERN_LIST* l_pstSrc) {
+void NumRuleTraits::fCopyPayload(ST_NUM_PATTERN_LIST* l_pstDst, const ST_NUM_PATTERN_LIST* l_pstSrc) {
   l_pstDst->m_nIndex = l_pstSrc->m_nIndex;
   l_pstDst->m_nComumnNum = l_pstSrc->m_nComumnNum;
   l_pstDst->m_nFaultLevel = l_pstSrc->m_nFaultLevel;
