@@ -399,12 +399,12 @@ TEST_F(ColumnEvalTest, EventFileWrites) {
   ST_CHAR_PATTERN_LIST* l_pstChar = m_clLogger.m_pclCharPatternList->fGetHeadNode();
   SetLine("L");
   const size_t l_nFds = testsupport::ListDir("/proc/self/fd").size();
-  const mode_t l_nOldMask = umask(027);
+  const mode_t l_nOldMask = umask(002);
   EXPECT_EQ(m_clLogger.fMakeOutFile(l_pstChar, 2, l_strMsg), 1);
   umask(l_nOldMask);
   struct stat l_stStat {};
   ASSERT_EQ(stat(m_clLogger.m_strOutPutFileName, &l_stStat), 0);
-  EXPECT_EQ(l_stStat.st_mode & 0777, 0640u);
+  EXPECT_EQ(l_stStat.st_mode & 0777, 0664u);
   remove(m_clLogger.m_strOutPutFileName);  // removed between events: created again
   EXPECT_EQ(m_clLogger.fMakeOutFile(l_pstChar, 2, l_strMsg), 1);
   EXPECT_EQ(m_clLogger.fMakeOutFile(l_strRaw), 1);

@@ -23,7 +23,7 @@ TEST(Gather, EventsOfSeveralLogsReachTheCollectorByteExact) {
   AgentDir agent;
   const struct {
     std::string delimitor, lines;
-  } logs[] = {{",{~}NULL", "a,b,95\na,b,50\n"}, {";", "c;d;96\n"}, {"\t{~} ", "e\tf 97\n"}};
+  } logs[] = {{",{~}NULL", "aN,b,95\na,b,50\n"}, {";", "c;d;96\n"}, {"\t{~} ", "e\tf 97\n"}};
   std::vector<WatchEntry> entries;
   for (int i = 0; i < 3; ++i) {
     const std::string path = agent.Path("logs/" + std::to_string(i + 1) + ".log");
@@ -36,7 +36,7 @@ TEST(Gather, EventsOfSeveralLogsReachTheCollectorByteExact) {
   const auto outs = agent.OutFiles();
   ASSERT_EQ(outs.size(), 1u);
   EXPECT_EQ(ReadFile(agent.Path("out/" + outs[0])),
-            "1|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[95] > 90, ORIGINAL_MSG:a,b,95\n"
+            "1|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[95] > 90, ORIGINAL_MSG:aN,b,95\n"
             "2|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[96] > 90, ORIGINAL_MSG:c;d;96\n"
             "3|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[97] > 90, ORIGINAL_MSG:e\tf 97\n");
   EXPECT_EQ(outs[0].size(), std::string("out_20220627-101112").size());
