@@ -1,16 +1,33 @@
-// Threaded writer: queued record format, the acceptance limit, drain order
-// and pacing, stopping a writer, and concurrent producers.
+// Threaded writer and its queue: queued record format, the acceptance limit,
+// drain order, stopping a writer, and concurrent producers.
+#include <atomic>
+#include <chrono>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "MessageQueue.h"
 #include "OmniLogTestEnv.h"
 
 using omnilogtest::Text;
 using testsupport::PollFor;
 
 namespace {
+
+TEST(MessageQueue, FirstInFirstOutAndPopWaitsForAPush) {
+  Queue<int> queue;
+  for (int i = 0; i < 5; ++i) queue.push(i);
+  EXPECT_EQ(queue.getCount(), 5);
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(queue.pop(), i);
+  std::atomic<int> got{-1};
+  std::thread consumer([&] { got = queue.pop(); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // the consumer waits in pop by now
+  EXPECT_EQ(got.load(), -1);
+  queue.push(42);
+  consumer.join();
+  EXPECT_EQ(got.load(), 42);
+}
 
 class OmniLogThread : public omnilogtest::LoggerLayout {
  protected:
@@ -27,23 +44,6 @@ class OmniLogThread : public omnilogtest::LoggerLayout {
   }
 };
 
-TEST_F(OmniLogThread, QueuedRecordsCarrySourceAndLineAsInfo) {
-  auto log = MakeThreaded();
-  log->fLogWrite(1, Text("LOG"), Text("debug in normal mode"));
-  log->fLogWrite(3, 42, Text("Gather.cpp"), Text("positioned"));
-  log->fLogWrite(2, 7, Text(std::string(70, 'f')), Text(std::string(3000, 'm')));
-  ASSERT_TRUE(PollFor([&] { return Records().size() == 3; }, 5000));
-  EXPECT_EQ(Records(), (std::vector<std::string>{"[143005][INFO][src][0]debug in normal mode",
-                                                 "[143005][INFO][Gather.cpp][42]positioned",
-                                                 "[143005][INFO][" + std::string(63, 'f') + "][7]" +
-                                                     std::string(2047, 'm')}));
-  // The writer thread's own time formatter is reentrant.
-  char buf[16] = {};
-  const time_t when = omnilogtest::LocalTime(2024, 3, 5, 7, 8, 9);
-  EXPECT_EQ(log->fGetThreadDayTime(static_cast<int>(when), buf, 3), static_cast<int>(when));
-  EXPECT_STREQ(buf, "20240305-070809");
-}
-
 TEST_F(OmniLogThread, QueueLimitDropsAndDrainKeepsOrder) {
   auto log = MakeThreaded();
   Queue<MessageQWriteLog*>* queue = log->fGetMessageQueue();
@@ -51,8 +51,8 @@ TEST_F(OmniLogThread, QueueLimitDropsAndDrainKeepsOrder) {
   // The writer first sleeps 100 ms: the burst lands in an untouched queue.
   for (int i = 0; i < 600; ++i) log->fLogWrite(3, Text("LOG"), Text("m" + std::to_string(i)));
   EXPECT_EQ(queue->getCount(), 501);
-  // Once the writer has taken one, a message is accepted again; it takes
-  // one message per wake-up, so the backlog is far from drained.
+  // Once the writer has taken one, a message is accepted again; it takes one
+  // message per wake-up, so the backlog is far from drained.
   ASSERT_TRUE(PollFor([&] { return queue->getCount() <= 500; }, 5000));
   log->fLogWrite(3, Text("LOG"), Text("late"));
   EXPECT_GT(queue->getCount(), 250);
@@ -63,30 +63,35 @@ TEST_F(OmniLogThread, QueueLimitDropsAndDrainKeepsOrder) {
   EXPECT_EQ(lines[501], "[143005][INFO][src][0]late");
 }
 
+// Queued records carry source and line, as INFO, with long fields cut.
+// After fStopThread, and for a fourth argument other than 1, records are
+// written at once. Queues, messages and threads of destroyed loggers are
+// released (checked under LeakSanitizer and ThreadSanitizer).
 TEST_F(OmniLogThread, StoppingEndsTheWriterAndLaterRecordsAreSynchronous) {
   auto log = MakeThreaded();
-  log->fLogWrite(3, Text("LOG"), Text("queued"));
+  log->fLogWrite(1, Text("LOG"), Text("debug in normal mode"));
+  log->fLogWrite(2, 7, Text(std::string(70, 'f')), Text(std::string(3000, 'm')));
   EXPECT_EQ(log->fStopThread(), 1);
   EXPECT_EQ(log->fGetMessageQueue(), nullptr);
   EXPECT_EQ(log->fStopThread(), 0);
   log->fLogWrite(3, Text("LOG"), Text("direct"));
-  EXPECT_EQ(Records(), (std::vector<std::string>{"[143005][INFO][src][0]queued", "[143005][INFO][LOG]direct"}));
-  // Queues, messages and threads of destroyed loggers are all released
-  // (checked under LeakSanitizer and ThreadSanitizer).
+  EXPECT_EQ(Records(), (std::vector<std::string>{"[143005][INFO][src][0]debug in normal mode",
+                                                 "[143005][INFO][" + std::string(63, 'f') + "][7]" + std::string(2047, 'm'),
+                                                 "[143005][INFO][LOG]direct"}));
   for (int round = 0; round < 5; ++round) {
     auto other = MakeThreaded();
     for (int i = 0; i < 20; ++i) other->fLogWrite(3, Text("LOG"), Text("r"));
   }
-  EXPECT_EQ(Records().size(), 102u);
-  // A fourth argument other than 1 makes a synchronous logger.
+  EXPECT_EQ(Records().size(), 103u);
   for (int thread : {0, 2}) {
     auto sync = MakeThreaded(thread);
     EXPECT_EQ(sync->fGetMessageQueue(), nullptr);
     sync->fLogWrite(3, Text("LOG"), Text("now"));
-    EXPECT_EQ(Records().back(), "[143005][INFO][LOG]now") << thread;  // no waiting
+    EXPECT_EQ(Records().back(), "[143005][INFO][LOG]now") << thread;
   }
 }
 
+// Each producer's records are all there, in its own order.
 TEST_F(OmniLogThread, ConcurrentProducersLoseNothing) {
   auto log = MakeThreaded();
   log->fSetThreadChk(1);
@@ -94,13 +99,11 @@ TEST_F(OmniLogThread, ConcurrentProducersLoseNothing) {
   std::vector<std::thread> producers;
   for (int t = 0; t < kThreads; ++t) {
     producers.emplace_back([&, t] {
-      const std::string source = "t" + std::to_string(t);
-      for (int i = 0; i < kEach; ++i) log->fLogWrite(3, i, Text(source), Text("n" + std::to_string(i)));
+      for (int i = 0; i < kEach; ++i) log->fLogWrite(3, i, Text("t" + std::to_string(t)), Text("n" + std::to_string(i)));
     });
   }
   for (auto& p : producers) p.join();
   log.reset();
-  // Each producer's records are in its own order.
   std::vector<int> next(kThreads, 0);
   const std::vector<std::string> lines = Records();
   ASSERT_EQ(lines.size(), static_cast<size_t>(kThreads * kEach));
