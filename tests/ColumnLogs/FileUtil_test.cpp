@@ -1,28 +1,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "CommonFunc.h"
 #include "TestSupport.h"
 
 namespace {
 
-using testsupport::TempDir;
-
-// Runs the test body in another working directory and returns to the old one.
-struct CwdGuard {
-  explicit CwdGuard(const std::string& dir) : old(getcwd(nullptr, 0)) { EXPECT_EQ(chdir(dir.c_str()), 0); }
-  ~CwdGuard() {
-    EXPECT_EQ(chdir(old), 0);
-    free(old);
-  }
-  char* old;
-};
+using namespace testsupport;
 
 // Type and permission bits, 0 when the path does not exist.
 mode_t Mode(const std::string& path) {
@@ -31,11 +21,8 @@ mode_t Mode(const std::string& path) {
 }
 
 TEST(fgIPCheck, AcceptsDottedQuadsByTheirLeadingNumbers) {
-  const struct {
-    const char* text;
-    int expected;
-  } cases[] = {
-      {"255.255.255.255", 1},   {"1.2.-1.4", 0},  {"256.1.1.1", 0}, {"1.1.1.256", 0}, {"1.2.3", 0}, {"12a.1.1.1", 0},
+  const struct { const char* text; int expected; } cases[] = {
+      {"255.255.255.255", 1}, {"1.2.-1.4", 0}, {"256.1.1.1", 0}, {"1.1.1.256", 0}, {"1.2.3", 0}, {"12a.1.1.1", 0},
       {"...", 1},               // four empty parts, all 0
       {"255x.1.1.1", 1},        // only the first three characters are looked at
       {"1.2.3.4 ", 1},          // the last part's number ends at the blank
@@ -51,47 +38,37 @@ TEST(fgIPCheck, AcceptsDottedQuadsByTheirLeadingNumbers) {
   EXPECT_EQ(fgIPCheck(nullptr), 0);
 }
 
-// Absolute and relative paths, with and without a final '/'; a relative
-// path is made from the working directory.
-TEST(fgMakeDirectory, MakesMissingAncestorsWithMode0770) {
+// Missing ancestors are made with mode 0770 (relative paths from the working
+// directory); an existing directory is left alone; a path through a file is
+// refused without a word, a failed mkdir is reported without a line end.
+TEST(fgMakeDirectory, MakesMissingAncestorsAndRefusesWhatCannotBeADirectory) {
   TempDir tmp;
-  CwdGuard cwd(tmp.path());
-  const mode_t umaskNow = umask(0);
-  umask(umaskNow);
-  for (std::string path : {tmp.file("a/b/c/"), tmp.file("d/e/f"), std::string("g"), std::string("h/i/")}) {
+  char* old = getcwd(nullptr, 0);
+  ASSERT_EQ(chdir(tmp.path().c_str()), 0);
+  const mode_t mask = umask(0);
+  umask(mask);
+  for (std::string path : {tmp.file("a/b/c/"), tmp.file("d/e/f"), std::string("g"), std::string("h/i/")})
     EXPECT_EQ(fgMakeDirectory(&path[0]), 1) << path;
-  }
-  for (const char* dir : {"a", "a/b", "a/b/c", "d", "d/e", "d/e/f", "g", "h", "h/i"}) {
-    EXPECT_EQ(Mode(tmp.file(dir)), S_IFDIR | (0770 & ~umaskNow)) << dir;
-  }
-  std::string existing = tmp.file("a");  // left as it is
+  ASSERT_EQ(chdir(old), 0);
+  free(old);
+  for (const char* dir : {"a", "a/b", "a/b/c", "d", "d/e", "d/e/f", "g", "h", "h/i"})
+    EXPECT_EQ(Mode(tmp.file(dir)), S_IFDIR | (0770 & ~mask)) << dir;
+  std::string existing = tmp.file("a");
   ASSERT_EQ(chmod(existing.c_str(), 0700), 0);
   EXPECT_EQ(fgMakeDirectory(&existing[0]), 1);
   EXPECT_EQ(Mode(existing), S_IFDIR | 0700);
-}
-
-// Only a failed mkdir is reported, as "mkdir fail[path][error]" without a line end.
-TEST(fgMakeDirectory, RefusesPathsThatCannotBeDirectories) {
-  TempDir tmp;
-  ASSERT_TRUE(testsupport::WriteFile(tmp.file("plain"), "x"));
+  ASSERT_TRUE(WriteFile(tmp.file("plain"), "x"));
   for (std::string path : {tmp.file("plain"), tmp.file("plain/sub/deep/"), std::string()}) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(fgMakeDirectory(&path[0]), -1) << path;
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << path;
   }
-  EXPECT_EQ(testsupport::ListDir(tmp.path()), std::vector<std::string>{"plain"});
   EXPECT_EQ(fgMakeDirectory(nullptr), -1);
-
+  std::string sys = "/sys/columnlogs_no_such_dir";  // /sys refuses new directories
   if (Mode("/sys") == 0) GTEST_SKIP() << "no /sys here";
-  std::string path = "/sys/columnlogs_no_such_dir";  // /sys refuses new directories
   testing::internal::CaptureStderr();
-  const int result = fgMakeDirectory(&path[0]);
+  EXPECT_EQ(fgMakeDirectory(&sys[0]), -1);
   const std::string err = testing::internal::GetCapturedStderr();
-  if (result == 1) {
-    rmdir(path.c_str());
-    GTEST_SKIP() << "mkdir is allowed under /sys here";
-  }
-  EXPECT_EQ(result, -1);
   EXPECT_EQ(err.rfind("mkdir fail[/sys/columnlogs_no_such_dir][", 0), 0u) << err;
   EXPECT_EQ(err.back(), ']');
 }
@@ -99,18 +76,19 @@ TEST(fgMakeDirectory, RefusesPathsThatCannotBeDirectories) {
 // Hidden names are skipped even when they match; matching is case-sensitive.
 TEST(fgFindFileName, FirstVisibleMatchInTheWorkingDirectory) {
   TempDir tmp;
-  for (const char* name : {".old.log", "app.log", "app.txt"}) ASSERT_TRUE(testsupport::WriteFile(tmp.file(name), ""));
-  CwdGuard cwd(tmp.path());
-  const struct {
-    const char* pattern;
-    const char* name;  // empty: no match
-  } cases[] = {{"*.log", "app.log"}, {"app.t?t", "app.txt"}, {".*", ""}, {"APP.LOG", ""}};
+  for (const char* name : {".old.log", "app.log", "app.txt"}) ASSERT_TRUE(WriteFile(tmp.file(name), ""));
+  char* old = getcwd(nullptr, 0);
+  ASSERT_EQ(chdir(tmp.path().c_str()), 0);
+  const struct { const char *pattern, *name; } cases[] = {{"*.log", "app.log"}, {"app.t?t", "app.txt"}, {".*", ""},
+                                                          {"APP.LOG", ""}};
   for (const auto& c : cases) {
     std::string pattern = c.pattern;
     char name[256] = "";
     EXPECT_EQ(fgFindFileName(&pattern[0], name), c.name[0] != '\0' ? 1 : 0) << c.pattern;
     EXPECT_STREQ(name, c.name);
   }
+  EXPECT_EQ(chdir(old), 0);
+  free(old);
 }
 
 }  // namespace

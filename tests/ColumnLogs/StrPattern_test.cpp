@@ -14,20 +14,6 @@ namespace {
 int Compile(CStrPattern& l_clPattern, std::string l_strText) { return l_clPattern.fPatternComp(l_strText.data()); }
 int Match(CStrPattern& l_clPattern, std::string l_strText) { return l_clPattern.fPatternEx(l_strText.data()); }
 
-struct MatchCase {
-  std::string pattern, subject;
-  int expected;
-};
-
-void ExpectMatches(const std::vector<MatchCase>& l_vCases) {
-  for (const auto& l_stCase : l_vCases) {
-    SCOPED_TRACE("pattern '" + l_stCase.pattern + "' subject '" + l_stCase.subject.substr(0, 40) + "'");
-    CStrPattern l_clPattern;
-    ASSERT_EQ(Compile(l_clPattern, l_stCase.pattern), 1);
-    EXPECT_EQ(Match(l_clPattern, l_stCase.subject), l_stCase.expected);
-  }
-}
-
 // Fixed seed: the same texts on every run.
 std::string RandomText(std::mt19937& l_clGen, const std::string& l_strAlphabet, size_t l_nMin, size_t l_nMax) {
   std::string l_strText(l_nMin + l_clGen() % (l_nMax - l_nMin + 1), ' ');
@@ -35,20 +21,16 @@ std::string RandomText(std::mt19937& l_clGen, const std::string& l_strAlphabet, 
   return l_strText;
 }
 
-TEST(CStrPattern, WorkedExamplesMatch) {
-  ExpectMatches({
+// Worked examples, then the language's edge cases.
+TEST(CStrPattern, Matches) {
+  const std::string l_strLong = std::string(2047, 'a') + "zz";  // matched on its first 2047 characters
+  const struct { std::string pattern, subject; int expected; } l_vCases[] = {
       {"error", "disk error 5", 1}, {"error", "Error", 0}, {"^ERR", "ERR: x", 1}, {"^ERR", "x ERR", 0},
       {"fail$", "disk fail", 1}, {"fail$", "failed", 0}, {"^a.*z$", "abcz", 1}, {"^a.*z$", "za", 0},
       {"warn|error", "an error", 1}, {"warn|error", "a warning", 1}, {"warn|error", "info", 0},
       {"1\\.*2", "x1.*2y", 1}, {"1\\.*2", "1ab2", 0}, {"(disk)&(full)", "disk is full", 1},
       {"(disk)&(full)", "disk ok", 0}, {"(NOT:debug)&(error)", "error in debug", 0},
       {"(NOT:debug)&(error)", "error", 1}, {"(a)&(b)|(c)", "c", 0}, {"(a)&(b)|(c)", "ac", 1}, {"x(a)", "a", 1},
-  });
-}
-
-TEST(CStrPattern, LanguageEdgeCases) {
-  const std::string l_strLong = std::string(2047, 'a') + "zz";  // matched on its first 2047 characters
-  ExpectMatches({
       // The empty pattern never matches; '&' without parentheses is text.
       {"", "a", 0}, {"()", "a", 0}, {"a&b", "xa&by", 1},
       // "NOT:" before a group is discarded text; inside it negates.
@@ -76,7 +58,13 @@ TEST(CStrPattern, LanguageEdgeCases) {
       // what is left of it and empties the stack.
       {"))((", "a", 0}, {"a))((b", "b", 1}, {"a)|(b", "a", 0},
       {"zz", l_strLong, 0}, {"a$", l_strLong, 1}, {"(NOT:z)", l_strLong, 1},
-  });
+  };
+  for (const auto& l_stCase : l_vCases) {
+    SCOPED_TRACE("pattern '" + l_stCase.pattern + "' subject '" + l_stCase.subject.substr(0, 40) + "'");
+    CStrPattern l_clPattern;
+    ASSERT_EQ(Compile(l_clPattern, l_stCase.pattern), 1);
+    EXPECT_EQ(Match(l_clPattern, l_stCase.subject), l_stCase.expected);
+  }
 }
 
 TEST(CStrPattern, ObjectState) {
@@ -88,11 +76,7 @@ TEST(CStrPattern, ObjectState) {
   EXPECT_EQ(l_clPattern.fPatternEx(nullptr), 0);
   ASSERT_EQ(Compile(l_clPattern, "c"), 1);  // a new compile replaces it
   EXPECT_EQ(Match(l_clPattern, "b"), 0);
-}
-
-// Escapes removed, no terminator written; null sources refused.
-TEST(CStrPattern, SelectStrCpy) {
-  CStrPattern l_clPattern;
+  // fSelectStrCpy: escapes removed, no terminator written; null sources refused.
   char l_strDst[] = "ZZZZZZ";
   std::string l_strSrc = "\\|a\\\\", l_strEmpty;
   EXPECT_EQ(l_clPattern.fSelectStrCpy(l_strDst, l_strSrc.data(), '\\'), 1);
