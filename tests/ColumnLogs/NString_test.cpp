@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "CommonConst.h"
@@ -89,20 +88,6 @@ TEST(NstrOnetok, CutsColumnsAndCountsConsumedCharacters) {
   EXPECT_EQ(NstrOnetok(dest, nullptr, ',', &next) + NstrDoubletok(dest, nullptr, ',', ';', &next), 0);
   EXPECT_STREQ(dest, "keep");
   EXPECT_EQ(next, dest);
-}
-
-TEST(Nisdigit, DigitsWithAnOptionalLeadingSign) {
-  for (const char* yes : {"-12", "+7", "-", "007"}) EXPECT_EQ(Nisdigit(yes), 1) << yes;
-  for (const char* no : {"", "1.5", " 3", "1-2", "--1"}) EXPECT_EQ(Nisdigit(no), 0) << no;
-  EXPECT_EQ(Nisdigit(nullptr), 0);
-}
-
-TEST(NCutQmark, StartsAfterTheFirstQuoteAndCutsAtTheNextBlank) {
-  for (auto [text, expected] : std::vector<std::pair<std::string, const char*>>{
-           {"\"abc\" def", "abc\""}, {"x \"a b", "a"}, {"\"", ""}, {"no quote", "no quote"}}) {
-    EXPECT_STREQ(NCutQmark(&text[0]), expected) << text;
-  }
-  EXPECT_EQ(NCutQmark(nullptr), nullptr);
 }
 
 }  // namespace
