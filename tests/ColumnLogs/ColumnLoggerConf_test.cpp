@@ -89,38 +89,6 @@ TEST(ColumnLoggerConf, LineRateThresholdsAreProcessWideAndLastEntryWins) {
   EXPECT_EQ(withNull.Log(3)->m_nSecLogCntFaultLevel + withNull.Log(3)->m_nSecLogCount, 0);
 }
 
-TEST(ColumnLoggerConf, RulesAreParsedIntoTheRegistriesInOrder) {
-  WatchEntry a = Entry(1), b = Entry(2), c = Entry(3);
-  a.number = "4{~}2{~}90.5{~}1{~}cpu={~}%{|}7{~}3{~}90{~}6{~}NULL{~}NULL{|}";
-  b.number = "1{~}1{~}-5{~}3{~}{~}";
-  c.text = "3{~}4{~}FAIL{~}1{|}5{~}2{~}^err|warn${~}3";
-  c.date = "1{~}YYYY-MM-DD{|}2{~}hh:mm:ss";
-  c.pattern = "1{|}ERROR{~}2{|}WARN";
-  Loaded loaded(EntryLines(a) + EntryLines(b) + EntryLines(c));
-  // Newest rule of an entry first, entries in ascending order; the trailing {|} adds nothing.
-  std::string numbers;
-  for (auto* r = loaded.m_logger.m_pclNumPatternList->fGetHeadNode(); r != nullptr; r = r->m_pstNext) {
-    numbers += std::to_string(r->m_nIndex) + ":" + std::to_string(r->m_nComumnNum) + " level " +
-               std::to_string(r->m_nFaultLevel) + " kind " + std::to_string(r->m_nFaultDecide) + " " +
-               std::to_string(r->m_nFaultValue) + "/" + std::to_string(r->m_fFaultValue) + " op " +
-               std::to_string(r->m_nCompareNum) + " [" + r->m_strExt1 + "][" + r->m_strExt2 + "]; ";
-  }
-  EXPECT_EQ(numbers,
-            "1:7 level 3 kind 1 90/90.000000 op 6 [NULL][NULL]; 1:4 level 2 kind 2 90/90.500000 op 1 [cpu=][%]; "
-            "2:1 level 1 kind 1 -5/-5.000000 op 3 [][]; ");
-  auto* text = loaded.m_logger.m_pclCharPatternList->fGetHeadNode();
-  ASSERT_NE(text, nullptr);
-  EXPECT_EQ(text->m_nComumnNum * 10 + text->m_nCompareNum, 53);
-  EXPECT_STREQ(text->m_strFaultPattern, "^err|warn$");
-  EXPECT_NE(text->m_vpclStrPattern[0], nullptr);
-  EXPECT_EQ(text->m_pstNext->m_vpclStrPattern[0], nullptr) << "code 1 compiles nothing";
-  auto* date = loaded.m_logger.m_pclDatePatternList->fGetHeadNode();
-  EXPECT_EQ(std::string(date->m_strDatePattern) + " " + date->m_pstNext->m_strDatePattern, "hh:mm:ss YYYY-MM-DD");
-  EXPECT_STREQ(loaded.Log(3)->m_vstrLogPattern[0], "ERROR");
-  EXPECT_EQ(loaded.Log(3)->m_vnFaultGrade[1], 2);
-  EXPECT_EQ(std::string(loaded.Log(3)->m_strDelimitor), Sep(",{~}NULL"));
-}
-
 TEST(ColumnLoggerConf, MalformedEntriesAreRefusedWholeWithTheKeyNamed) {
   const struct {
     void (*change)(WatchEntry&);
@@ -175,29 +143,43 @@ TEST(ColumnLoggerConf, OverlongRuleValueIsRefusedWhole) {
   EXPECT_EQ(logger.m_pclLogFileList->fGetNode(1), nullptr);
 }
 
-TEST(ColumnLoggerConf, DiagnosticRecordsAndConsoleTraceNameEveryRule) {
+// Every rule is named in a diagnostic record and lands in its registry, the
+// newest rule of an entry first (a dot in the value makes a decimal rule;
+// a trailing bar separator adds nothing); the console trace names each entry.
+TEST(ColumnLoggerConf, RulesAreRecordedAndRegisteredInOrder) {
   WatchEntry a = Entry(1);
   a.secLog = "3{~}50{|}4{~}100";
-  a.number = "4{~}2{~}90{~}1{~}={~}%";
-  a.text = "3{~}4{~}FAIL{~}1";
-  a.date = "1{~}hh:mm:ss";
-  a.pattern = "1{|}ERROR";
+  a.number = "4{~}2{~}90.5{~}1{~}={~}%{|}7{~}3{~}90{~}6{~}NULL{~}NULL{|}";
+  a.text = "3{~}4{~}FAIL{~}1{|}5{~}2{~}^err|warn${~}3";
+  a.date = "1{~}YYYY-MM-DD{|}2{~}hh:mm:ss";
+  a.pattern = "1{|}ERROR{~}2{|}WARN";
   g_nPrint = 1;
   Loaded loaded(EntryLines(a) + EntryLines(Entry(2)), true);
   g_nPrint = 0;
   const std::string records = loaded.Records();
   size_t at = 0;
-  for (const std::string message : {"fLoadConfInfo start", "Cnt FaultLevel[3][50]", "Cnt FaultLevel[4][100]",
-                                     "Delimitor[,\x03\x1f\x7eNULL]", "NumPattern [1][4][2][90][1][=][%]",
-                                     "CharPattern [1][3][4][1][FAIL]", "DatePattern [1][1][hh:mm:ss]",
-                                     "NumPattern -> NULL", "CharPattern -> NULL", "DatePattern -> NULL",
-                                     "fLoadConfInfo end"}) {
+  for (const std::string message :
+       {"fLoadConfInfo start", "Cnt FaultLevel[3][50]", "Cnt FaultLevel[4][100]", "Delimitor[,\x03\x1f\x7eNULL]",
+        "NumPattern [1][4][2][90][1][=][%]", "NumPattern [1][7][3][90][6][NULL][NULL]", "CharPattern [1][3][4][1][FAIL]",
+        "CharPattern [1][5][2][3][^err|warn$]", "DatePattern [1][1][YYYY-MM-DD]", "DatePattern [1][2][hh:mm:ss]",
+        "NumPattern -> NULL", "CharPattern -> NULL", "DatePattern -> NULL", "fLoadConfInfo end"}) {
     SCOPED_TRACE(message);
     at = records.find("[INFO][LOG]" + message + "\n", at);
     ASSERT_NE(at, std::string::npos) << records;
   }
+  auto* number = loaded.m_logger.m_pclNumPatternList->fGetHeadNode();
+  ASSERT_TRUE(number != nullptr && number->m_pstNext != nullptr && number->m_pstNext->m_pstNext == nullptr);
+  EXPECT_EQ(number->m_nComumnNum * 10 + number->m_nFaultDecide, 71);
+  EXPECT_EQ(number->m_pstNext->m_nFaultDecide, 2);
+  EXPECT_FLOAT_EQ(number->m_pstNext->m_fFaultValue, 90.5f);
+  auto* text = loaded.m_logger.m_pclCharPatternList->fGetHeadNode();
+  EXPECT_EQ(text->m_nComumnNum, 5);
+  EXPECT_NE(text->m_vpclStrPattern[0], nullptr);
+  EXPECT_EQ(text->m_pstNext->m_vpclStrPattern[0], nullptr) << "code 1 compiles nothing";
+  EXPECT_STREQ(loaded.m_logger.m_pclDatePatternList->fGetHeadNode()->m_strDatePattern, "hh:mm:ss");
+  EXPECT_EQ(std::string(loaded.Log(1)->m_vstrLogPattern[1]) + std::to_string(loaded.Log(1)->m_vnFaultGrade[1]), "WARN2");
   EXPECT_NE(loaded.m_err.find("Index:1, LogFileName:/var/log/app1.log, CreateType:1, LogType:2, LogFaultPattern:" +
-                              Sep("1{|}ERROR") +
+                              Sep(a.pattern) +
                               ", Start-Pattern:NULL, End-Pattern:NULL, All-Pattern-Check:0, SkipTime:0, "
                               "SkipPattern:NULL, Exec:NULL, SaveFormat:NULL, SaveFile:NULL\n"),
             std::string::npos)

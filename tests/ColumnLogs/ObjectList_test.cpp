@@ -51,17 +51,17 @@ TEST(CObjectList, InsertionOrders) {
   }
 }
 
+// A refused duplicate is no error; a null node is.
 TEST(CObjectList, DuplicateRuleAndNullNode) {
   for (int dupFlag : {0, 1, 7}) {
     CObjectList list(1, 100, dupFlag);
     Add(list, {4, 4});
     EXPECT_EQ(Dump(list), dupFlag == 0 ? "4/0 " : "4/0 4/1 ") << dupFlag;
-    EXPECT_EQ(list.fGetErrorCode(), 0);  // a refused duplicate is no error
+    EXPECT_EQ(list.fGetErrorCode(), 0);
   }
   CObjectList list;
   EXPECT_EQ(list.fAddNode(nullptr), -1);
-  EXPECT_EQ(list.fGetErrorCode(), -1);
-  EXPECT_STREQ(list.fGetErrorMsg(), "[-1] Add node is NULL");
+  EXPECT_EQ(std::to_string(list.fGetErrorCode()) + list.fGetErrorMsg(), "-1[-1] Add node is NULL");
 }
 
 // Deleting removes every node with the key. Removing the node under the

@@ -19,7 +19,6 @@ class TempDir {
   TempDir();
   ~TempDir();
   TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
   const std::string& path() const { return m_path; }
   std::string file(const std::string& name) const { return m_path + "/" + name; }
 
@@ -30,7 +29,7 @@ class TempDir {
 std::string ReadFile(const std::string& path);
 bool WriteFile(const std::string& path, const std::string& content);
 bool AppendFile(const std::string& path, const std::string& content);
-bool FileExists(const std::string& path);
+bool FileExists(const std::string& path);  // also a dangling link
 // Names in a directory, "." and ".." left out, sorted.
 std::vector<std::string> ListDir(const std::string& path);
 // Concatenation of the files in `dir` whose names start with `prefix`, in name order.
@@ -73,7 +72,6 @@ class AgentProcess {
   AgentProcess(const std::string& workdir, const std::vector<std::string>& args, bool asNobody = false);
   ~AgentProcess();  // kills the child if it still runs
   AgentProcess(const AgentProcess&) = delete;
-  AgentProcess& operator=(const AgentProcess&) = delete;
   // Waits up to timeout_ms; the exit status, -1 while it runs, -2 after a signal.
   int Wait(int timeout_ms);
   void Kill();
@@ -90,14 +88,9 @@ class AgentProcess {
 struct WatchEntry {
   int index = 1;
   std::string name;
-  int type = 2;                  // 0 end, 1 whole file, 2 start
-  int checkType = 1;             // 0 wildcard, else dated
-  std::string secLog = "NULL";
-  std::string delimitor = ",{~}NULL";
-  std::string number = "NULL";
-  std::string text = "NULL";
-  std::string date = "NULL";
-  std::string pattern = "NULL";
+  int type = 2;       // 0 end, 1 whole file, 2 start
+  int checkType = 1;  // 0 wildcard, else dated
+  std::string secLog = "NULL", delimitor = ",{~}NULL", number = "NULL", text = "NULL", date = "NULL", pattern = "NULL";
 };
 std::string EntryLines(const WatchEntry& e);  // with the separator bytes
 // The global keys: diagnostic log in <dir>/log/, events in <dir>/out/.
