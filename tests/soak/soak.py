@@ -1,20 +1,13 @@
 #!/usr/bin/env python3
 """Soak run of the agent: 19 watched logs growing at mixed rates, a collector
-that takes the handed-off event files away, and at the end an exact account.
-
-Every line carries a unique id ("nn-sssssss": watched log, sequence number) and
-the writer alone decides whether it should fire: each such id must appear in
-exactly one event of its log, and no other id may appear. VmRSS and open
-descriptors of the agent are sampled from /proc and must not grow after the
-first minute; at most the "ing_" file of the cycle in progress may exist. The
-writer keeps to what the agent promises: fire rates stay far below the
-100-events-per-log-per-cycle ceiling (a cycle over it is reported), and before
-a file is renamed, truncated or left for a new name it waits until the agent
-has reported the file's last firing line.
-
-Usage: soak.py --agent PATH [--duration SECONDS] [--workdir DIR] [--keep]
-Exit status 0 when every check passed, 1 otherwise.
-"""
+taking the event files away, and an exact account. Each line carries a unique
+id ("nn-sssssss") and the writer alone decides whether it fires: each such id
+must be in exactly one event of its log, no other id may be. VmRSS and open
+descriptors must not grow after the first minute; at most the "ing_" file of
+the cycle in progress may exist. Fire rates stay far below the 100-events-per-
+log-per-cycle ceiling (a cycle over it is reported); before a file is renamed,
+truncated or left for a new name the writer waits for its last firing line.
+Exit status 0 when every check passed, 1 otherwise."""
 import argparse, collections, os, random, re, shutil, signal, subprocess, sys, tempfile, time
 
 BAR = b"\x03\x1f\x7c"
@@ -293,10 +286,11 @@ class Soak:
             lines += [f"      unexpected {key}" for key in sorted(unexpected)[:5]]
         lines.append(f"events: {totals['expected']} should fire, missing {totals['missing']}, duplicated "
                      f"{totals['dup']}, unexpected {totals['unexpected']}, unparsed event lines {len(self.unparsed)}")
-        ok = not (totals["missing"] or totals["dup"] or totals["unexpected"] or self.unparsed)
+        fail = self.failures
+        if totals["missing"] or totals["dup"] or totals["unexpected"] or self.unparsed:
+            fail.append("events missing, duplicated, unexpected or unparsed")
         if self.ceiling_hits:
-            lines.append(f"cycles over the {EVENT_CEILING}-event ceiling: {self.ceiling_hits[:5]}")
-            ok = False
+            fail.append(f"cycles over the {EVENT_CEILING}-event ceiling: {self.ceiling_hits[:5]}")
         if self.catch_up_waits:
             lines.append(f"catch-up waits before rename/truncate/new name: {len(self.catch_up_waits)}, "
                          f"longest {max(self.catch_up_waits):.1f} s")
@@ -306,25 +300,22 @@ class Soak:
             # A leak lifts the floor: the smallest reading of the last quarter above the largest of the
             # first quarter after warm-up (1 MB of allocator slack), or descriptors above the first minute's.
             q = max(1, len(after) // 4)
-            early, late = max(s[1] for s in after[:q]), max(s[1] for s in after[-q:])
-            base_fds = max(s[2] for s in first)
-            lines.append(f"rss KB: first minute max {max(s[1] for s in first)}, after it min "
-                         f"{min(s[1] for s in after)} max {max(s[1] for s in after)}; first quarter after warm-up "
-                         f"max {early}, last quarter max {late}")
-            lines.append(f"open descriptors: first minute max {base_fds}, after it min {min(s[2] for s in after)} "
-                         f"max {max(s[2] for s in after)}")
-            if min(s[1] for s in after[-q:]) > early + 1024:
-                lines.append("FAIL: resident memory grows")
-                ok = False
-            if min(s[2] for s in after[-q:]) > base_fds or max(s[2] for s in after) > base_fds + 2:
-                lines.append("FAIL: open descriptors grow")
-                ok = False
+            rss, fds = [s[1] for s in after], [s[2] for s in after]
+            early, base_fds = max(rss[:q]), max(s[2] for s in first)
+            lines.append(f"rss KB: first minute max {max(s[1] for s in first)}, after it min {min(rss)} max "
+                         f"{max(rss)}; first quarter after warm-up max {early}, last quarter max {max(rss[-q:])}")
+            lines.append(f"open descriptors: first minute max {base_fds}, after it min {min(fds)} max {max(fds)}")
+            if min(rss[-q:]) > early + 1024:
+                fail.append("resident memory grows")
+            if min(fds[-q:]) > base_fds or max(fds) > base_fds + 2:
+                fail.append("open descriptors grow")
         most_ing = max((s[3] for s in self.samples), default=0)
         left = [n for n in os.listdir(os.path.join(self.workdir, "out")) if n.startswith("ing_")]
         lines.append(f"ing_ files: at most {most_ing} at a sample, {len(left)} left after the stop")
-        ok = ok and most_ing <= 1 and len(left) <= 1 and not self.failures
-        lines += [f"FAIL: {failure}" for failure in self.failures]
-        lines.append("RESULT: " + ("PASS" if ok else "FAIL"))
+        if most_ing > 1 or len(left) > 1:
+            fail.append("ing_ files pile up")
+        lines += [f"FAIL: {failure}" for failure in fail] + ["RESULT: " + ("FAIL" if fail else "PASS")]
+        ok = not fail
         return ok, "\n".join(lines)
 
 
