@@ -26,17 +26,14 @@ class Log:
         del self.__dict__["self"]
         self.seq = self.generation = self.written = self.bytes = 0
         self.budget = 0.0
-        self.pending_tail = self.last_fire = self.paused_until_seen = self.next_action = None
+        self.last_fire = self.paused_until_seen = self.next_action = None
         self.expected = set()  # ids that must fire
 
 
 def build_logs():
-    # 1-8: comma-separated, 0.5 to 150 lines a second; 2 and 6 compare a number
-    # (integer, decimal), 4 starts from the end of what is there (type 0).
+    # 1-8: comma-separated, 0.5 to 150 lines a second; 4 starts from the end of what is there (type 0).
     logs = [Log(i, f"logs/plain{i:02d}.log", rate, share) for i, (rate, share) in enumerate(
         [(0.5, 0.5), (2, 0.3), (5, 0.2), (10, 0.2), (25, 0.1), (50, 0.05), (100, 0.05), (150, 0.03)], start=1)]
-    for log, number in ((logs[1], "3{~}2{~}90{~}1{~}v={~}%"), (logs[5], "3{~}2{~}90.5{~}2{~}{~}")):
-        log.text, log.number, log.kind = "NULL", number, "numeric"
     logs[3].log_type = 0
     return logs + [
         Log(9, "logs/long09.log", 0.5, 0.5, kind="long"),  # lines of about 100 KB
@@ -47,7 +44,7 @@ def build_logs():
         Log(14, "logs/truncated14.log", 6, 0.3, kind="truncate"),
         Log(15, "logs/dated15_[YYYYMMDD]-[hhmm].log", 4, 0.3, kind="dated"),  # a new name every minute
         Log(16, "logs/wild16_*.log", 4, 0.3, kind="wildcard", check_type=0),  # now and then a newer file
-        Log(17, "logs/split17.log", 6, 0.3, kind="split", delimitor=" {~}\t"),  # lines written in two steps
+        Log(17, "logs/blanks17.log", 6, 0.3, kind="blanks", delimitor=" {~}\t"),  # blank and tab delimiters
         # One file, two entries: 18 fires on the mark behind a line pattern, 19 on the number.
         Log(18, "logs/shared.log", 12, 0.25, kind="shared", pattern="1{|}(NOT:skip)"),
         Log(19, "logs/shared.log", 0, 0.0, kind="shared", text="NULL", number="3{~}1{~}90{~}1{~}{~}", shares=18)]
@@ -93,11 +90,6 @@ class Soak:
         log.seq += 1
         ident, rng = f"{log.index:02d}-{log.seq:07d}", self.rng
         mark = "FIRE" if fire else "calm"
-        if log.kind == "numeric" and log.index == 6:
-            value = f"{rng.uniform(90.6, 99):.2f}" if fire else f"{rng.uniform(0, 90.4):.2f}"
-            return ident, fire, False, f"{ident},x,{value}\n".encode()
-        if log.kind == "numeric":
-            return ident, fire, False, f"{ident},x,v={rng.randint(91, 99) if fire else rng.randint(0, 90)}%\n".encode()
         if log.kind == "long":
             body = "".join(rng.choice("abcdefghij0123456789 ;:") for _ in range(64)) * 1600
             return ident, fire, False, f"{ident},{mark},{body}\n".encode()
@@ -108,7 +100,7 @@ class Soak:
             if rng.random() < 0.2:
                 return ident, False, False, f"{ident},\x00FIRE,after nul\n".encode()
             return ident, fire, False, f"{ident},{mark},before\x00{'x' * rng.randint(0, 300)}\n".encode()
-        if log.kind == "split":
+        if log.kind == "blanks":
             return ident, fire, False, f"{ident} {mark}\tpayload {'y' * rng.randint(0, 600)}\n".encode()
         if log.kind == "shared":  # 18 fires on the mark unless "skip" follows, 19 on a value above 90
             high, skip = fire or rng.random() < 0.2, fire and rng.random() < 0.3
@@ -121,21 +113,9 @@ class Soak:
         with open(path, "ab") as f:
             f.write(data)
 
-    def flush_tail(self, log):
-        if log.pending_tail is not None:
-            self.append(*log.pending_tail)
-            log.pending_tail = None
-
     def write_line(self, log, now, force_fire=False):
-        self.flush_tail(log)
         ident, fire, also_19, data = self.make_line(log, force_fire or self.rng.random() < log.fire_share)
-        path = self.path_for(log, now)
-        if log.kind == "split" and self.rng.random() < 0.3:
-            cut = self.rng.randint(1, len(data) - 1)
-            self.append(path, data[:cut])
-            log.pending_tail = (path, data[cut:])
-        else:
-            self.append(path, data)
+        self.append(self.path_for(log, now), data)
         log.written += 1
         log.bytes += len(data)
         for target, fires in ((self.logs[18], also_19), (log, fire)):
@@ -147,7 +127,6 @@ class Soak:
         for log in self.logs:
             if log.rate <= 0:
                 continue
-            self.flush_tail(log)
             if log.paused_until_seen is not None:
                 ident, since, action = log.paused_until_seen
                 seen = self.seen[(log.index, ident)] > 0
@@ -251,8 +230,6 @@ class Soak:
                     return
             time.sleep(0.02)
         # Let the agent read everything that was written, then stop it.
-        for log in self.logs:
-            self.flush_tail(log)
         drain_end = time.time() + 60
         while time.time() < drain_end:
             self.collect()
