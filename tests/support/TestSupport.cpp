@@ -11,10 +11,9 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <thread>
 
 namespace testsupport {
@@ -33,19 +32,13 @@ void RemoveTree(const std::string& path) {
   }
 }
 
-std::string Replace(const std::string& text, const std::string& from1, const std::string& to1,
-                    const std::string& from2, const std::string& to2) {
+// Both pairs are of three-character texts.
+std::string Replace(const std::string& text, const char* from1, const char* to1, const char* from2, const char* to2) {
   std::string out;
-  for (size_t i = 0; i < text.size();) {
-    if (text.compare(i, from1.size(), from1) == 0) {
-      out += to1;
-      i += from1.size();
-    } else if (text.compare(i, from2.size(), from2) == 0) {
-      out += to2;
-      i += from2.size();
-    } else {
-      out += text[i++];
-    }
+  for (size_t i = 0; i < text.size(); ++i) {
+    const bool one = text.compare(i, 3, from1) == 0, two = !one && text.compare(i, 3, from2) == 0;
+    out += one ? std::string(to1) : two ? std::string(to2) : std::string(1, text[i]);
+    if (one || two) i += 2;
   }
   return out;
 }
@@ -89,21 +82,15 @@ TempDir::~TempDir() {
 
 std::string ReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  std::ostringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 bool WriteFile(const std::string& path, const std::string& content) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out << content;
-  return static_cast<bool>(out);
+  return static_cast<bool>(std::ofstream(path, std::ios::binary | std::ios::trunc) << content);
 }
 
 bool AppendFile(const std::string& path, const std::string& content) {
-  std::ofstream out(path, std::ios::binary | std::ios::app);
-  out << content;
-  return static_cast<bool>(out);
+  return static_cast<bool>(std::ofstream(path, std::ios::binary | std::ios::app) << content);
 }
 
 bool FileExists(const std::string& path) {
@@ -233,16 +220,14 @@ std::string EntryLines(const WatchEntry& e) {
              "\n");
 }
 
-std::string GlobalLines(const std::string& dir, const std::string& mode) {
-  return "LOG_PATH=" + dir + "/log/\nLOG_MODE=" + mode + "\nLOG_VALIDDAY=7\nOUTPUT_PATH=" + dir +
-         "/out/\nLINE_WAIT_CNT=10\n";
+std::string GlobalLines(const std::string& dir, const std::string& mode, const std::string& logDir,
+                        const std::string& outDir) {
+  return "LOG_PATH=" + dir + "/" + logDir + "/\nLOG_MODE=" + mode + "\nLOG_VALIDDAY=7\nOUTPUT_PATH=" + dir + "/" +
+         outDir + "/\nLINE_WAIT_CNT=10\n";
 }
 
 WatchEntry CpuRule(int index, const std::string& name, int type) {
-  WatchEntry e;
-  e.index = index;
-  e.name = name;
-  e.type = type;
+  WatchEntry e{index, name, type};
   e.number = "3{~}2{~}90{~}1{~}{~}";
   return e;
 }
@@ -264,8 +249,7 @@ std::string AgentDir::AppLog(const std::string& content) const {
 
 void AgentDir::Start(const std::vector<WatchEntry>& entries, const std::string& logDir, const std::string& outDir,
                      bool unprivileged) {
-  std::string config = "LOG_PATH=" + Path(logDir) + "/\nLOG_MODE=NORMAL\nLOG_VALIDDAY=7\nOUTPUT_PATH=" +
-                       Path(outDir) + "/\nLINE_WAIT_CNT=10\n";
+  std::string config = GlobalLines(Dir(), "NORMAL", logDir, outDir);
   for (const auto& e : entries) config += EntryLines(e);
   WriteFile(Path("agent.conf"), config);
   m_logDir = logDir;

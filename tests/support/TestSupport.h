@@ -93,8 +93,9 @@ struct WatchEntry {
   std::string secLog = "NULL", delimitor = ",{~}NULL", number = "NULL", text = "NULL", date = "NULL", pattern = "NULL";
 };
 std::string EntryLines(const WatchEntry& e);  // with the separator bytes
-// The global keys: diagnostic log in <dir>/log/, events in <dir>/out/.
-std::string GlobalLines(const std::string& dir, const std::string& mode = "DEBUG");
+// The global keys: diagnostic log in <dir>/<logDir>/, events in <dir>/<outDir>/.
+std::string GlobalLines(const std::string& dir, const std::string& mode = "DEBUG", const std::string& logDir = "log",
+                        const std::string& outDir = "out");
 // Column 3 above 90 fires at level 2 ("x,y,NN" lines), and its event for `line` (readable).
 WatchEntry CpuRule(int index, const std::string& name, int type = 2);
 std::string CpuEvent(int index, const std::string& line);
