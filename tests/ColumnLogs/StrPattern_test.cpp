@@ -131,10 +131,9 @@ TEST(CStrPattern, CompileResultsAndLimits) {
   EXPECT_EQ(Match(l_clPattern, std::string(510, '.') + "x"), 0);
 }
 
-// Properties on generated patterns and subjects.
-TEST(CStrPattern, Properties) {
+// On generated patterns and subjects: text without special characters is a substring test.
+TEST(CStrPattern, PlainTextIsASubstringTest) {
   std::mt19937 l_clGen(20240601);
-  // Text without special characters is a substring test.
   int l_nMatched = 0;
   for (int l_nRound = 0; l_nRound < 3000; ++l_nRound) {
     const std::string l_strPattern = RandomText(l_clGen, "ab.+[ ?", 1, 4);
@@ -148,22 +147,6 @@ TEST(CStrPattern, Properties) {
   }
   EXPECT_GT(l_nMatched, 300);  // both outcomes are well represented
   EXPECT_LT(l_nMatched, 2700);
-
-  // A "NOT:" group is the complement on non-empty subjects.
-  int l_nCompiled = 0;
-  for (int l_nRound = 0; l_nRound < 3000; ++l_nRound) {
-    const std::string l_strSub = RandomText(l_clGen, "ab.*|^$\\\n&", 1, 8);
-    const std::string l_strSubject = RandomText(l_clGen, "ab.*|^$", 1, 12);
-    SCOPED_TRACE("sub-pattern '" + l_strSub + "' subject '" + l_strSubject + "'");
-    CStrPattern l_clPlain, l_clNegated;
-    const int l_nPlain = Compile(l_clPlain, "(" + l_strSub + ")");
-    ASSERT_EQ(Compile(l_clNegated, "(NOT:" + l_strSub + ")"), l_nPlain);
-    if (l_nPlain != 1) continue;  // a trailing backslash escapes the ')'
-    ++l_nCompiled;
-    ASSERT_EQ(Match(l_clNegated, l_strSubject), 1 - Match(l_clPlain, l_strSubject));
-  }
-  EXPECT_GT(l_nCompiled, 2000);
-
 }
 
 }  // namespace
