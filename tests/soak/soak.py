@@ -10,145 +10,110 @@ truncated or left for a new name the writer waits for its last firing line.
 Exit status 0 when every check passed, 1 otherwise."""
 import argparse, collections, os, random, re, shutil, signal, subprocess, sys, tempfile, time
 
-BAR = b"\x03\x1f\x7c"
 EVENT_CEILING = 100  # events of one watched log in one cycle before evaluation stops
 SAMPLE_SECONDS, WARMUP_SECONDS, CATCH_UP_TIMEOUT = 5, 60, 30
 # kind -> (seconds between actions, action) for the logs whose file changes under the agent
 ACTIONS = {"rotate": (50, "rename"), "truncate": (40, "truncate"), "wildcard": (70, "new name")}
+EVENT = re.compile(rb"^(\d+)\|[124]\x03\x1f\x7c\d+\x03\x1f\x7c.*?ORIGINAL_MSG:(\d\d-\d{7})[, ]", re.S)
 
 
 class Log:
-    """One watched log: how its lines look, how fast it grows, what fires."""
-
-    def __init__(self, index, name, rate, fire_share, kind="plain", delimitor=",{~}NULL", log_type=2,
-                 check_type=1, text="2{~}1{~}FIRE{~}1", number="NULL", pattern="NULL", shares=None):
-        self.__dict__.update(locals())
-        del self.__dict__["self"]
+    def __init__(self, index, name, rate, share, kind="plain", log_type=2, check_type=1):
+        self.index, self.name, self.rate, self.share, self.kind = index, name, rate, share, kind
+        self.log_type, self.check_type = log_type, check_type
         self.seq = self.generation = self.written = self.bytes = 0
         self.budget = 0.0
-        self.last_fire = self.paused_until_seen = self.next_action = None
+        self.last_fire = self.paused = self.next_action = None
         self.expected = set()  # ids that must fire
 
 
 def build_logs():
-    # 1-8: comma-separated, 0.5 to 150 lines a second; 4 starts from the end of what is there (type 0).
-    logs = [Log(i, f"logs/plain{i:02d}.log", rate, share) for i, (rate, share) in enumerate(
-        [(0.5, 0.5), (2, 0.3), (5, 0.2), (10, 0.2), (25, 0.1), (50, 0.05), (100, 0.05), (150, 0.03)], start=1)]
+    # 1-12 comma-separated, 0.5 to 150 lines a second; 4 starts from the end of what is there (type 0).
+    rates = [(0.5, 0.5), (2, 0.3), (5, 0.2), (10, 0.2), (25, 0.1), (50, 0.05), (100, 0.05), (150, 0.03), (8, 0.3),
+             (8, 0.3), (12, 0.25), (6, 0.3)]
+    logs = [Log(i, f"logs/plain{i:02d}.log", rate, share) for i, (rate, share) in enumerate(rates, start=1)]
     logs[3].log_type = 0
     return logs + [
-        Log(9, "logs/long09.log", 0.5, 0.5, kind="long"),  # lines of about 100 KB
-        Log(10, "logs/long10.log", 0.2, 0.5, kind="long"),
-        Log(11, "logs/binary11.log", 8, 0.3, kind="binary"),
-        Log(12, "logs/nul12.log", 8, 0.3, kind="nul"),
-        Log(13, "logs/rotated13.log", 6, 0.3, kind="rotate"),  # renamed to .N, a new file takes its name
-        Log(14, "logs/truncated14.log", 6, 0.3, kind="truncate"),
-        Log(15, "logs/dated15_[YYYYMMDD]-[hhmm].log", 4, 0.3, kind="dated"),  # a new name every minute
-        Log(16, "logs/wild16_*.log", 4, 0.3, kind="wildcard", check_type=0),  # now and then a newer file
-        Log(17, "logs/blanks17.log", 6, 0.3, kind="blanks", delimitor=" {~}\t"),  # blank and tab delimiters
-        # One file, two entries: 18 fires on the mark behind a line pattern, 19 on the number.
-        Log(18, "logs/shared.log", 12, 0.25, kind="shared", pattern="1{|}(NOT:skip)"),
-        Log(19, "logs/shared.log", 0, 0.0, kind="shared", text="NULL", number="3{~}1{~}90{~}1{~}{~}", shares=18)]
+        Log(13, "logs/long13.log", 0.5, 0.5, kind="long"),  # lines of about 100 KB
+        Log(14, "logs/long14.log", 0.2, 0.5, kind="long"),
+        Log(15, "logs/rotated15.log", 6, 0.3, kind="rotate"),  # renamed to .N, a new file takes its name
+        Log(16, "logs/truncated16.log", 6, 0.3, kind="truncate"),
+        Log(17, "logs/dated17_[YYYYMMDD]-[hhmm].log", 4, 0.3, kind="dated"),  # a new name every minute
+        Log(18, "logs/wild18_*.log", 4, 0.3, kind="wildcard", check_type=0),  # now and then a newer file
+        Log(19, "logs/plain19.log", 6, 0.3)]
 
 
 def config_text(workdir, logs):
-    sep = lambda v: v.replace("{~}", "\x03\x1f\x7e").replace("{|}", "\x03\x1f\x7c")
-    out = [f"LOG_PATH={workdir}/log/", "LOG_MODE=NORMAL", "LOG_VALIDDAY=7", "PRINT=OFF",
-           f"OUTPUT_PATH={workdir}/out/", "LINE_WAIT_CNT=10"]
+    out = [f"LOG_PATH={workdir}/log/", "LOG_MODE=NORMAL", "LOG_VALIDDAY=7", f"OUTPUT_PATH={workdir}/out/",
+           "LINE_WAIT_CNT=10"]
     for log in logs:
         p = f"LOG{log.index:02d}_"
         out += [f"{p}NAME={workdir}/{log.name}", f"{p}TYPE={log.log_type}", f"{p}CHECK_TYPE={log.check_type}",
-                f"{p}SECLOG_LEVEL_CNT=NULL", f"{p}DELIMITOR={sep(log.delimitor)}", f"{p}NUMBER_PATTERN={sep(log.number)}",
-                f"{p}CHAR_PATTERN={sep(log.text)}", f"{p}DATE_PATTERN=NULL", f"{p}PATTERN={sep(log.pattern)}"]
+                f"{p}SECLOG_LEVEL_CNT=NULL", f"{p}DELIMITOR=,\x03\x1f\x7eNULL", f"{p}NUMBER_PATTERN=NULL",
+                f"{p}CHAR_PATTERN=2\x03\x1f\x7e1\x03\x1f\x7eFIRE\x03\x1f\x7e1", f"{p}DATE_PATTERN=NULL",
+                f"{p}PATTERN=NULL"]
     return "\n".join(out) + "\n"
 
 
 class Soak:
-    EVENT = re.compile(rb"^(\d+)\|[124]\x03\x1f\x7c\d+\x03\x1f\x7c.*?ORIGINAL_MSG:(\d\d-\d{7})[, ]", re.S)
-
     def __init__(self, args):
         self.args = args
         self.workdir = args.workdir or tempfile.mkdtemp(prefix="columnlogs_soak_")
-        for sub in ("log", "out", "logs", "collected"):
+        for sub in ("log", "out", "logs"):
             os.makedirs(os.path.join(self.workdir, sub), exist_ok=True)
         self.logs = build_logs()
         self.rng = random.Random(20240627)
         self.seen = collections.Counter()  # (index, id) -> events
         self.max_per_cycle = collections.Counter()  # index -> most events in one cycle
-        self.unparsed, self.ceiling_hits, self.samples, self.failures, self.catch_up_waits = [], [], [], [], []
+        self.unparsed, self.ceiling_hits, self.samples, self.failures, self.waits = [], [], [], [], []
         self.cycles = 0
         self.agent = self.start = None
 
     def path_for(self, log, now):
         if log.kind == "dated":
-            return os.path.join(self.workdir, time.strftime("logs/dated15_%Y%m%d-%H%M.log", time.localtime(now)))
+            return os.path.join(self.workdir, time.strftime("logs/dated17_%Y%m%d-%H%M.log", time.localtime(now)))
         if log.kind == "wildcard":
-            return os.path.join(self.workdir, f"logs/wild16_{log.generation:04d}.log")
+            return os.path.join(self.workdir, f"logs/wild18_{log.generation:04d}.log")
         return os.path.join(self.workdir, log.name)
 
-    def make_line(self, log, fire):
-        """(id, fires, also fires for 19, bytes) of the next line."""
+    def write_line(self, log, now, fire):
         log.seq += 1
-        ident, rng = f"{log.index:02d}-{log.seq:07d}", self.rng
-        mark = "FIRE" if fire else "calm"
-        if log.kind == "long":
-            body = "".join(rng.choice("abcdefghij0123456789 ;:") for _ in range(64)) * 1600
-            return ident, fire, False, f"{ident},{mark},{body}\n".encode()
-        if log.kind == "binary":
-            noise = bytes(rng.choice([b for b in range(1, 256) if b != 0x0A]) for _ in range(120))
-            return ident, fire, False, f"{ident},{mark},".encode() + noise + BAR + b"\n"
-        if log.kind == "nul":  # a NUL ends what the agent sees: a mark behind one must not fire
-            if rng.random() < 0.2:
-                return ident, False, False, f"{ident},\x00FIRE,after nul\n".encode()
-            return ident, fire, False, f"{ident},{mark},before\x00{'x' * rng.randint(0, 300)}\n".encode()
-        if log.kind == "blanks":
-            return ident, fire, False, f"{ident} {mark}\tpayload {'y' * rng.randint(0, 600)}\n".encode()
-        if log.kind == "shared":  # 18 fires on the mark unless "skip" follows, 19 on a value above 90
-            high, skip = fire or rng.random() < 0.2, fire and rng.random() < 0.3
-            value = rng.randint(91, 99) if high else rng.randint(0, 90)
-            return ident, fire and not skip, high, f"{ident},{mark},{value}{',skip' if skip else ''}\n".encode()
-        return ident, fire, False, f"{ident},{mark},payload {'z' * rng.randint(0, 200)}\n".encode()
-
-    @staticmethod
-    def append(path, data):
-        with open(path, "ab") as f:
+        ident = f"{log.index:02d}-{log.seq:07d}"
+        body = ("".join(self.rng.choice("abcdefghij0123456789 ;:") for _ in range(64)) * 1600 if log.kind == "long"
+                else "payload " + "z" * self.rng.randint(0, 200))
+        data = f"{ident},{'FIRE' if fire else 'calm'},{body}\n".encode()
+        with open(self.path_for(log, now), "ab") as f:
             f.write(data)
-
-    def write_line(self, log, now, force_fire=False):
-        ident, fire, also_19, data = self.make_line(log, force_fire or self.rng.random() < log.fire_share)
-        self.append(self.path_for(log, now), data)
         log.written += 1
         log.bytes += len(data)
-        for target, fires in ((self.logs[18], also_19), (log, fire)):
-            if fires:
-                target.expected.add(ident)
-                target.last_fire = ident
+        if fire:
+            log.expected.add(ident)
+            log.last_fire = ident
 
     def step_writers(self, now, dt):
         for log in self.logs:
-            if log.rate <= 0:
-                continue
-            if log.paused_until_seen is not None:
-                ident, since, action = log.paused_until_seen
+            if log.paused is not None:
+                ident, since, action = log.paused
                 seen = self.seen[(log.index, ident)] > 0
                 if seen or now - since > CATCH_UP_TIMEOUT:
                     if not seen:
                         self.failures.append(f"log {log.index}: {ident} not reported within {CATCH_UP_TIMEOUT}s "
                                              f"before the {action}")
-                    self.catch_up_waits.append(now - since)
+                    self.waits.append(now - since)
                     self.do_action(log, action, now)
-                    log.paused_until_seen = None
+                    log.paused = None
             elif log.kind == "dated" and time.localtime(now).tm_sec >= 50:
                 pass  # the name moves on at the full minute: the agent reads to the end first
             elif log.next_action is not None and now >= log.next_action[0]:
                 # Finish the file with a firing line and wait for its event.
-                self.write_line(log, now, force_fire=True)
-                log.paused_until_seen = (log.last_fire, now, log.next_action[1])
+                self.write_line(log, now, True)
+                log.paused = (log.last_fire, now, log.next_action[1])
                 log.next_action = None
             else:
                 log.budget += log.rate * dt
                 while log.budget >= 1.0:
                     log.budget -= 1.0
-                    self.write_line(log, now)
+                    self.write_line(log, now, self.rng.random() < log.share)
 
     def do_action(self, log, action, now):
         path = self.path_for(log, now)
@@ -164,48 +129,43 @@ class Soak:
         """Takes the handed-off event files away and counts their ids; returns the number of ing_ files."""
         names = os.listdir(os.path.join(self.workdir, "out"))
         for name in sorted(n for n in names if n.startswith("out_")):
-            path = os.path.join(self.workdir, "collected", name)
-            os.rename(os.path.join(self.workdir, "out", name), path)
+            path = os.path.join(self.workdir, "out", name)
             with open(path, "rb") as f:
-                data = f.read()
+                lines = f.read().split(b"\n")[:-1]
             os.unlink(path)
             self.cycles += 1
             per_log = collections.Counter()
-            for line in data.split(b"\n")[:-1]:
-                m = self.EVENT.match(line)
+            for m, line in ((EVENT.match(line), line) for line in lines):
                 if not m:
                     self.unparsed.append(line[:200])
                     continue
                 self.seen[(int(m.group(1)), m.group(2).decode())] += 1
                 per_log[int(m.group(1))] += 1
-            for index, count in per_log.items():
-                self.max_per_cycle[index] = max(self.max_per_cycle[index], count)
-                if count > EVENT_CEILING:
-                    self.ceiling_hits.append((name, index, count))
+            self.ceiling_hits += [(name, index, n) for index, n in per_log.items() if n > EVENT_CEILING]
+            for index, n in per_log.items():
+                self.max_per_cycle[index] = max(self.max_per_cycle[index], n)
         return sum(1 for n in names if n.startswith("ing_"))
 
     def sample(self, now, ing_files):
         try:
             with open(f"/proc/{self.agent.pid}/status") as f:
                 rss = next(int(line.split()[1]) for line in f if line.startswith("VmRSS:"))
-            fds = len(os.listdir(f"/proc/{self.agent.pid}/fd"))
+            self.samples.append((now - self.start, rss, len(os.listdir(f"/proc/{self.agent.pid}/fd")), ing_files))
+            return True
         except (OSError, StopIteration):
             self.failures.append(f"agent gone at {now - self.start:.0f}s")
             return False
-        self.samples.append((now - self.start, rss, fds, ing_files))
-        return True
 
     def run(self):
         with open(os.path.join(self.workdir, "agent.conf"), "w", encoding="latin-1") as f:
             f.write(config_text(self.workdir, self.logs))
         now = time.time()
-        for log in (log for log in self.logs if log.rate > 0):
+        for log in self.logs:
             if log.log_type == 0:  # what a type-0 log holds at the first look is skipped by design
-                self.append(self.path_for(log, now), b"".join(
-                    f"{log.index:02d}-9{n:06d},FIRE,before the agent\n".encode() for n in range(200)))
-            else:
-                for _ in range(20):
-                    self.write_line(log, now)
+                with open(self.path_for(log, now), "ab") as f:
+                    f.write(b"".join(f"{log.index:02d}-9{n:06d},FIRE,before the agent\n".encode() for n in range(200)))
+            for _ in range(20 if log.log_type != 0 else 0):
+                self.write_line(log, now, self.rng.random() < log.share)
             if log.kind in ACTIONS:
                 log.next_action = (now + ACTIONS[log.kind][0], ACTIONS[log.kind][1])
         err = open(os.path.join(self.workdir, "agent.err"), "wb")
@@ -231,10 +191,9 @@ class Soak:
             time.sleep(0.02)
         # Let the agent read everything that was written, then stop it.
         drain_end = time.time() + 60
-        while time.time() < drain_end:
+        while time.time() < drain_end and not all(
+                log.last_fire is None or self.seen[(log.index, log.last_fire)] for log in self.logs):
             self.collect()
-            if all(log.last_fire is None or self.seen[(log.index, log.last_fire)] for log in self.logs):
-                break
             time.sleep(0.2)
         time.sleep(3)
         self.collect()
@@ -248,29 +207,27 @@ class Soak:
         lines = [f"duration: {elapsed:.0f} s of writing, {len(self.samples)} samples, {self.cycles} event files",
                  f"written: {sum(l.written for l in self.logs)} lines, {sum(l.bytes for l in self.logs) / 1e6:.1f} MB "
                  "into 19 watched logs",
-                 "log  lines   bytes(MB)  should fire  fired once  missing  duplicated  unexpected  max/cycle"]
-        totals = collections.Counter()
+                 "log   lines  bytes(MB)  should fire  fired once  missing  duplicated  unexpected  max/cycle"]
+        totals, fail = collections.Counter(), self.failures
         for log in self.logs:
             got = {key for (index, key) in self.seen if index == log.index}
             missing, unexpected = log.expected - got, got - log.expected
             dups = [key for key in got if self.seen[(log.index, key)] > 1]
             once = sum(1 for key in log.expected if self.seen[(log.index, key)] == 1)
             totals.update(missing=len(missing), dup=len(dups), unexpected=len(unexpected), expected=len(log.expected))
-            written = f"{log.written:6d} {log.bytes / 1e6:10.2f}" if log.shares is None else f"(file of {log.shares:02d})"
-            lines.append(f"{log.index:3d} {written:>17} {len(log.expected):12d} {once:11d} {len(missing):8d} "
-                         f"{len(dups):11d} {len(unexpected):11d} {self.max_per_cycle[log.index]:10d}")
+            lines.append(f"{log.index:3d} {log.written:7d} {log.bytes / 1e6:10.2f} {len(log.expected):12d} {once:11d} "
+                         f"{len(missing):8d} {len(dups):11d} {len(unexpected):11d} {self.max_per_cycle[log.index]:10d}")
             lines += [f"      missing {key}" for key in sorted(missing)[:5]]
             lines += [f"      unexpected {key}" for key in sorted(unexpected)[:5]]
         lines.append(f"events: {totals['expected']} should fire, missing {totals['missing']}, duplicated "
                      f"{totals['dup']}, unexpected {totals['unexpected']}, unparsed event lines {len(self.unparsed)}")
-        fail = self.failures
         if totals["missing"] or totals["dup"] or totals["unexpected"] or self.unparsed:
             fail.append("events missing, duplicated, unexpected or unparsed")
         if self.ceiling_hits:
             fail.append(f"cycles over the {EVENT_CEILING}-event ceiling: {self.ceiling_hits[:5]}")
-        if self.catch_up_waits:
-            lines.append(f"catch-up waits before rename/truncate/new name: {len(self.catch_up_waits)}, "
-                         f"longest {max(self.catch_up_waits):.1f} s")
+        if self.waits:
+            lines.append(f"catch-up waits before rename/truncate/new name: {len(self.waits)}, "
+                         f"longest {max(self.waits):.1f} s")
         after = [s for s in self.samples if s[0] >= WARMUP_SECONDS]
         first = [s for s in self.samples if s[0] < WARMUP_SECONDS]
         if after and first:
@@ -292,16 +249,14 @@ class Soak:
         if most_ing > 1 or len(left) > 1:
             fail.append("ing_ files pile up")
         lines += [f"FAIL: {failure}" for failure in fail] + ["RESULT: " + ("FAIL" if fail else "PASS")]
-        ok = not fail
-        return ok, "\n".join(lines)
+        return not fail, "\n".join(lines)
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--agent", required=True)
-    parser.add_argument("--duration", type=float, default=600)
-    parser.add_argument("--workdir")
-    parser.add_argument("--keep", action="store_true", help="keep the work directory")
+    for flag, options in (("--agent", {"required": True}), ("--duration", {"type": float, "default": 600}),
+                          ("--workdir", {}), ("--keep", {"action": "store_true"})):
+        parser.add_argument(flag, **options)
     args = parser.parse_args()
     soak = Soak(args)
     try:
