@@ -187,14 +187,4 @@ TEST(ColumnLoggerConf, RulesAreRecordedAndRegisteredInOrder) {
   EXPECT_EQ(Count(loaded.m_err, "\nadd log pattern success!!\n"), 2u);
 }
 
-TEST(ColumnLoggerConf, PatternCheckLimit) {
-  CColumnLogger logger;
-  char msg[2048] = "junk";
-  std::string ok(2047, 'p'), tooLong(2048, 'p');
-  EXPECT_EQ(logger.fPatternCheck(&ok[0], msg), 0);
-  EXPECT_STREQ(msg, "");
-  EXPECT_EQ(logger.fPatternCheck(&tooLong[0], msg), -1);
-  EXPECT_EQ(logger.fPatternCheck(nullptr, msg), -1);
-}
-
 }  // namespace

@@ -76,14 +76,7 @@ TEST(CStrPattern, ObjectState) {
   EXPECT_EQ(l_clPattern.fPatternEx(nullptr), 0);
   ASSERT_EQ(Compile(l_clPattern, "c"), 1);  // a new compile replaces it
   EXPECT_EQ(Match(l_clPattern, "b"), 0);
-  // fSelectStrCpy: escapes removed, no terminator written; null sources refused.
-  char l_strDst[] = "ZZZZZZ";
-  std::string l_strSrc = "\\|a\\\\", l_strEmpty;
-  EXPECT_EQ(l_clPattern.fSelectStrCpy(l_strDst, l_strSrc.data(), '\\'), 1);
-  EXPECT_STREQ(l_strDst, "|a\\ZZZ");
-  EXPECT_EQ(l_clPattern.fSelectStrCpy(l_strDst, nullptr, '\\'), 0);
-  EXPECT_EQ(l_clPattern.fSelectStrCpy(nullptr, l_strSrc.data(), '\\'), 0);
-  EXPECT_EQ(l_clPattern.fSelectStrCpy(nullptr, l_strEmpty.data(), '\\'), 1);
+
 }
 
 TEST(CStrPattern, CompileResultsAndLimits) {

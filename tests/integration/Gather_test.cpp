@@ -69,14 +69,6 @@ TEST(Gather, EventsBeyondTheHoldingBufferArriveWholeAndInOrder) {
   EXPECT_EQ(agent.OutFiles().size(), 1u);
 }
 
-// The file does not change, yet every cycle of type 1 reads it whole again.
-TEST(Gather, WholeFileTypeRereadsEveryCycle) {
-  AgentDir agent;
-  agent.Start({CpuRule(1, agent.AppLog("a,b,93\n"), 1)});
-  ASSERT_TRUE(agent.WaitForEvents(3));
-  EXPECT_GE(agent.OutFiles().size(), 3u);
-}
-
 TEST(Gather, WildcardReadsTheNewestVisibleMatch) {
   AgentDir agent;
   WatchEntry e = CpuRule(1, agent.Path("logs/app_[YYYYMMDD].log"));

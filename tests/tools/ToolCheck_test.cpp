@@ -49,8 +49,6 @@ TEST(ColumnToolCheck, ReportsStatusAndReasonPerConfiguration) {
        {"LOG01 skipped: LOG01_DATE_PATTERN missing", "0 entries loaded, 1 skipped or rejected"}},
       {"numeric rule with five fields", [](WatchEntry& e) { e.number = "3{~}2{~}90{~}1{~}"; }, nullptr, 1,
        {"LOG01 rejected: LOG01_NUMBER_PATTERN rejected: entry 1 has 5 field(s), 6 needed"}},
-      {"line-rate level outside 0 to 4", [](WatchEntry& e) { e.secLog = "7{~}50"; }, nullptr, 1,
-       {"LOG01 rejected: LOG01_SECLOG_LEVEL_CNT rejected: entry 1 has fault level 7, outside 0 to 4"}},
       {"line pattern that does not compile", [](WatchEntry& e) { e.pattern = "NULL{~}(ERROR"; }, nullptr, 1,
        {"LOG01 loaded", "line pattern 2: \"(ERROR\"", "error: line pattern 2 did not compile", "1 error,"}},
       {"text rule pattern that does not compile", [](WatchEntry& e) { e.text = "2{~}3{~}(FA{~}3"; }, nullptr, 1,
