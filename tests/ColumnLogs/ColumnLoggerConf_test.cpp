@@ -90,10 +90,7 @@ TEST(ColumnLoggerConf, LineRateThresholdsAreProcessWideAndLastEntryWins) {
 }
 
 TEST(ColumnLoggerConf, MalformedEntriesAreRefusedWholeWithTheKeyNamed) {
-  const struct {
-    void (*change)(WatchEntry&);
-    const char* err;
-  } cases[] = {
+  const struct { void (*change)(WatchEntry&); const char* err; } cases[] = {
       {[](WatchEntry& e) { e.number = "4{~}2{~}90{~}1"; },
        "LOG01_NUMBER_PATTERN rejected: entry 1 has 4 field(s), 6 needed\n"},
       {[](WatchEntry& e) { e.text = "1{~}1{~}A{~}1{|}2{~}1{~}B"; },

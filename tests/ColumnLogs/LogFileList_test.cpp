@@ -109,10 +109,7 @@ TEST(CLogFileList, PatternSettingsAndSlotBounds) {
   EXPECT_EQ(info->m_vpclStrPattern[0]->fPatternEx(Text(line)), 1);
   EXPECT_EQ(info->m_vpclStrPattern[1]->fPatternEx(Text(line)), 0);
   EXPECT_EQ(list.fAddLogPattern(9, Text(good), 0, 0, nullptr), -1);
-  EXPECT_EQ(list.fPatternComp(nullptr, 0, Text(good)), 0);
   EXPECT_EQ(list.fPatternComp(info, 5, Text(good)), 0);
-  EXPECT_EQ(list.fPatternClear(info, -1), -1);
-  EXPECT_EQ(list.fClearPattern(2), -1);
 }
 
 // The console trace comes first; the logger echoes its record after it.

@@ -11,12 +11,7 @@ namespace {
 // Expanded at 5 March 2024 07:08:09, or in October / December for the month letter.
 TEST(LogFileName, ExpandsDateTokens) {
   const std::string fits = std::string(503, 'a') + "[YYYYMMDD]", over = std::string(504, 'a') + "[YYYYMMDD]";
-  const struct {
-    std::string name;
-    char createType;
-    int month, result;
-    std::string expected;
-  } cases[] = {
+  const struct { std::string name; char createType; int month, result; std::string expected; } cases[] = {
       {"app_[YYYYMMDD].log", 1, 3, LOGNAME_OK, "app_20240305.log"},
       {"app_[YYYYMMDD].log", 0, 3, LOGNAME_OK, "app_????????.log"},
       {"[YY]", 1, 3, LOGNAME_OK, "24"},

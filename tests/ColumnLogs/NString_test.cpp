@@ -26,11 +26,7 @@ std::string Walk(std::string text, const char* delim, Tok tok) {
 }
 
 TEST(Nstrtok, SplitsAtRunsOfDelimiters) {
-  const struct {
-    const char* text;
-    const char* delim;
-    const char* tokens;
-  } cases[] = {
+  const struct { const char* text; const char* delim; const char* tokens; } cases[] = {
       {"key==value=x", "=", "key|value|x|<null>"}, {"=x", "=", "|x|<null>"}, {"a===", "=", "a||<null>"},
       {"", "=", "|<null>"},                         {"a,;,b", ",;", "a|b|<null>"},
   };
@@ -40,11 +36,7 @@ TEST(Nstrtok, SplitsAtRunsOfDelimiters) {
 }
 
 TEST(Nstrstrtok, SplitsAtTheWholeSeparator) {
-  const struct {
-    std::string text;
-    std::string sep;
-    const char* tokens;
-  } cases[] = {
+  const struct { std::string text; std::string sep; const char* tokens; } cases[] = {
       {"a{~}b{~}", SEP_TILDE, "a|b||<null>"},
       {"a{~}{~}b", SEP_TILDE, "a||b|<null>"},
       {"a{|}b", SEP_TILDE, "a{|}b|<null>"},  // the other separator is text
@@ -73,11 +65,7 @@ std::string Columns(std::string line, char d1, char d2) {
 }
 
 TEST(NstrOnetok, CutsColumnsAndCountsConsumedCharacters) {
-  const struct {
-    const char* line;
-    char d1, d2;
-    const char* cols;
-  } cases[] = {
+  const struct { const char* line; char d1, d2; const char* cols; } cases[] = {
       {",a,,b", ',', ',', "/1 a/2 /1 b/1 <0:>"}, {"a,", ',', ',', "a/2 <0:>"},
       {"abc", ',', ',', "abc/3 <0:>"},          {"", ',', ',', "<0:>"},
       {"a,b;c", ',', ';', "a/2 b/2 c/1 <0:>"},   {"a;,b", ',', ';', "a/2 /1 b/1 <0:>"},

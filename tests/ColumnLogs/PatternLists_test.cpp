@@ -109,14 +109,8 @@ TEST(CCharPatternList, PatternSlotsOfTheNewestRule) {
     EXPECT_STREQ(newest->m_vstrLogPattern[slot], "") << slot;
     EXPECT_EQ(newest->m_vpclStrPattern[slot], nullptr) << slot;
   }
-  ST_CHAR_PATTERN_LIST* older = newest->m_pstNext;
-  EXPECT_EQ(list.fPatternComp(older, 5, Text(rule)), 0);
-  EXPECT_EQ(list.fPatternComp(nullptr, 0, Text(rule)), 0);
-  EXPECT_EQ(list.fPatternClear(older, -1), -1);
-  EXPECT_EQ(list.fClearPattern(7), -1);
-  EXPECT_EQ(list.fAddPatternLinkedList(3, Text(value)), 1);
-  EXPECT_EQ(list.fClearPattern(3), 1);
-  EXPECT_EQ(newest->m_vpclStrPattern[0], nullptr);
+  EXPECT_EQ(list.fPatternComp(newest->m_pstNext, 5, Text(rule)), 0);
+  EXPECT_EQ(list.fPatternClear(newest->m_pstNext, -1), -1);
   list.fAddPatternLinkedList(3, Text(value));
   list.fAddLinkedList(4, 1, 1, 3, Text(rule));
   list.fAddPatternLinkedList(4, Text(value));

@@ -21,9 +21,8 @@ using namespace testsupport;
 // file, byte for byte.
 TEST(Gather, EventsOfSeveralLogsReachTheCollectorByteExact) {
   AgentDir agent;
-  const struct {
-    std::string delimitor, lines;
-  } logs[] = {{",{~}NULL", "aN,b,95\na,b,50\n"}, {";", "c;d;96\n"}, {"\t{~} ", "e\tf 97\n"}};
+  const struct { std::string delimitor, lines; } logs[] = {
+      {",{~}NULL", "aN,b,95\na,b,50\n"}, {";", "c;d;96\n"}, {"\t{~} ", "e\tf 97\n"}};
   std::vector<WatchEntry> entries;
   for (int i = 0; i < 3; ++i) {
     const std::string path = agent.Path("logs/" + std::to_string(i + 1) + ".log");
@@ -73,14 +72,9 @@ TEST(Gather, WildcardReadsTheNewestVisibleMatch) {
   AgentDir agent;
   WatchEntry e = CpuRule(1, agent.Path("logs/app_[YYYYMMDD].log"));
   e.checkType = 0;
-  const struct {
-    const char* name;
-    const char* line;
-    time_t age;
-  } files[] = {{"app_20240101.log", "old,file,91\n", 300},
-               {"app_20240102.log", "new,file,92\n", 100},
-               {".app_20240103.log", "hidden,file,93\n", 0},
-               {"other_20240104.log", "other,file,94\n", 0}};
+  const struct { const char *name, *line; time_t age; } files[] = {
+      {"app_20240101.log", "old,file,91\n", 300}, {"app_20240102.log", "new,file,92\n", 100},
+      {".app_20240103.log", "hidden,file,93\n", 0}, {"other_20240104.log", "other,file,94\n", 0}};
   for (const auto& f : files) {
     const std::string path = agent.Path(std::string("logs/") + f.name);
     ASSERT_TRUE(WriteFile(path, f.line));
@@ -115,8 +109,7 @@ TEST(Gather, DatedNameFollowsTheClock) {
 
 TEST(Gather, EntriesSharingAFileReadItOnceAndBothEvaluate) {
   AgentDir agent;
-  WatchEntry a = CpuRule(3, agent.AppLog("x,FAIL,95\n"));
-  WatchEntry b = a;
+  WatchEntry a = CpuRule(3, agent.AppLog("x,FAIL,95\n")), b = a;
   b.index = 7;
   b.number = "NULL";
   b.text = "2{~}4{~}FAIL{~}1";

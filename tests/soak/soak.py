@@ -205,20 +205,19 @@ class Soak:
     def report(self):
         elapsed = self.samples[-1][0] if self.samples else 0
         lines = [f"duration: {elapsed:.0f} s of writing, {len(self.samples)} samples, {self.cycles} event files",
-                 f"written: {sum(l.written for l in self.logs)} lines, {sum(l.bytes for l in self.logs) / 1e6:.1f} MB "
-                 "into 19 watched logs",
                  "log   lines  bytes(MB)  should fire  fired once  missing  duplicated  unexpected  max/cycle"]
         totals, fail = collections.Counter(), self.failures
         for log in self.logs:
             got = {key for (index, key) in self.seen if index == log.index}
-            missing, unexpected = log.expected - got, got - log.expected
-            dups = [key for key in got if self.seen[(log.index, key)] > 1]
-            once = sum(1 for key in log.expected if self.seen[(log.index, key)] == 1)
-            totals.update(missing=len(missing), dup=len(dups), unexpected=len(unexpected), expected=len(log.expected))
-            lines.append(f"{log.index:3d} {log.written:7d} {log.bytes / 1e6:10.2f} {len(log.expected):12d} {once:11d} "
-                         f"{len(missing):8d} {len(dups):11d} {len(unexpected):11d} {self.max_per_cycle[log.index]:10d}")
-            lines += [f"      missing {key}" for key in sorted(missing)[:5]]
-            lines += [f"      unexpected {key}" for key in sorted(unexpected)[:5]]
+            bad = {"missing": log.expected - got, "unexpected": got - log.expected,
+                   "dup": {key for key in got if self.seen[(log.index, key)] > 1}}
+            totals.update(written=log.written, bytes=log.bytes, expected=len(log.expected),
+                          **{name: len(keys) for name, keys in bad.items()})
+            lines.append(f"{log.index:3d} {log.written:7d} {log.bytes / 1e6:10.2f} {len(log.expected):12d} "
+                         f"{len(log.expected - bad['missing'] - bad['dup']):11d} {len(bad['missing']):8d} "
+                         f"{len(bad['dup']):11d} {len(bad['unexpected']):11d} {self.max_per_cycle[log.index]:10d}")
+            lines += [f"      {name} {key}" for name, keys in bad.items() for key in sorted(keys)[:5]]
+        lines.append(f"written: {totals['written']} lines, {totals['bytes'] / 1e6:.1f} MB into 19 watched logs")
         lines.append(f"events: {totals['expected']} should fire, missing {totals['missing']}, duplicated "
                      f"{totals['dup']}, unexpected {totals['unexpected']}, unparsed event lines {len(self.unparsed)}")
         if totals["missing"] or totals["dup"] or totals["unexpected"] or self.unparsed:
@@ -267,8 +266,6 @@ def main():
             soak.agent.wait()
     ok, text = soak.report()
     print(text)
-    with open(os.path.join(soak.workdir, "samples.tsv"), "w") as f:
-        f.write("seconds\trss_kb\tfds\ting_files\n" + "".join(f"{s[0]:.0f}\t{s[1]}\t{s[2]}\t{s[3]}\n" for s in soak.samples))
     if args.keep:
         print(f"work directory kept: {soak.workdir}")
     elif args.workdir is None:

@@ -52,10 +52,7 @@ std::string ToolBinary();
 std::string RealLogsDir();
 
 // A finished child: exit status (-2 after a signal, -1 when it could not run) and output.
-struct RunResult {
-  int status = -1;
-  std::string out, err;
-};
+struct RunResult { int status = -1; std::string out, err; };
 // Runs argv[0] (a path) with `input` as standard input, in `cwd` when given.
 RunResult RunProgram(const std::vector<std::string>& argv, const std::string& input = "", const std::string& cwd = "");
 // The companion tool with these arguments.

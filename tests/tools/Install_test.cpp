@@ -35,11 +35,8 @@ TEST(InstallTree, TheAgentRunsFromItsWorkingDirectoryWithTheInstalledConfigurati
   EXPECT_EQ(RunProgram(install).status, 0);
   EXPECT_EQ(ReadFile(root + "/etc/columnlogs.conf"), conf + "# edited\n");
 
-  // The logger's two helpers, run as it runs them from the working directory.
+  // The logger's compression runner, run as it runs it from the working directory.
   ASSERT_TRUE(WriteFile(root + "/var/log/20240315_SER_2.log", "x\n"));
-  const std::string lookup = "../../utils/INSTALL/recentlogfile.sh 20240315 " + root + "/var/log/";
-  EXPECT_EQ(RunProgram({"/bin/sh", "-c", lookup}, "", work).status, 0);
-  EXPECT_EQ(ReadFile(root + "/agent/aproc/shell/recentlogfile.dat"), "20240315_SER_2.log\n");
   const std::string gzip = "../../utils/ETC/ShCmd 60 gzip " + root + "/var/log/20240315_SER_2.log";
   EXPECT_EQ(RunProgram({"/bin/sh", "-c", gzip}, "", work).status, 0);
   EXPECT_TRUE(FileExists(root + "/var/log/20240315_SER_2.log.gz"));
