@@ -170,8 +170,7 @@ TEST(ColumnLoggerConf, RulesAreRecordedAndRegisteredInOrder) {
   EXPECT_EQ(number->m_pstNext->m_nFaultDecide, 2);
   EXPECT_FLOAT_EQ(number->m_pstNext->m_fFaultValue, 90.5f);
   auto* text = loaded.m_logger.m_pclCharPatternList->fGetHeadNode();
-  EXPECT_EQ(text->m_nComumnNum, 5);
-  EXPECT_NE(text->m_vpclStrPattern[0], nullptr);
+  EXPECT_TRUE(text->m_nComumnNum == 5 && text->m_vpclStrPattern[0] != nullptr);
   EXPECT_EQ(text->m_pstNext->m_vpclStrPattern[0], nullptr) << "code 1 compiles nothing";
   EXPECT_STREQ(loaded.m_logger.m_pclDatePatternList->fGetHeadNode()->m_strDatePattern, "hh:mm:ss");
   EXPECT_EQ(std::string(loaded.Log(1)->m_vstrLogPattern[1]) + std::to_string(loaded.Log(1)->m_vnFaultGrade[1]), "WARN2");

@@ -73,20 +73,6 @@ TEST(CNumPatternList, OrderRemovalAndCounts) { CheckRegistry<CNumPatternList>();
 TEST(CCharPatternList, OrderRemovalAndCounts) { CheckRegistry<CCharPatternList>(); }
 TEST(CDatePatternList, OrderRemovalAndCounts) { CheckRegistry<CDatePatternList>(); }
 
-TEST(CNumPatternList, TextsAreBoundedToTheirFields) {
-  CNumPatternList nums;
-  CCharPatternList chars;
-  CDatePatternList dates;
-  std::string text(1100, 't');
-  nums.fAddLinkedList(1, 1, 0, 1, 0, 0.0f, 6, Text(text), nullptr);
-  chars.fAddLinkedList(1, 2, 3, 1, Text(text));
-  dates.fAddLinkedList(1, 2, Text(text));
-  EXPECT_EQ(std::string(nums.fGetNode(1)->m_strExt1), std::string(63, 't'));
-  EXPECT_STREQ(nums.fGetNode(1)->m_strExt2, "");
-  EXPECT_EQ(std::string(chars.fGetNode(1)->m_strFaultPattern), std::string(1023, 't'));
-  EXPECT_EQ(std::string(dates.fGetNode(1)->m_strDatePattern), std::string(511, 't'));
-}
-
 // Patterns go to the entry's newest rule, replacing what it held; the text
 // before a bar (a grade elsewhere) is dropped.
 TEST(CCharPatternList, PatternSlotsOfTheNewestRule) {

@@ -1,10 +1,8 @@
-// The pattern engine: worked examples, the language's edge cases, compile
-// results and limits, and properties checked on generated patterns.
+// The pattern engine: examples, edge cases, compile limits, a generated property.
 #include "StrPattern.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <random>
 #include <string>
 #include <vector>
@@ -14,7 +12,6 @@ namespace {
 int Compile(CStrPattern& l_clPattern, std::string l_strText) { return l_clPattern.fPatternComp(l_strText.data()); }
 int Match(CStrPattern& l_clPattern, std::string l_strText) { return l_clPattern.fPatternEx(l_strText.data()); }
 
-// Fixed seed: the same texts on every run.
 std::string RandomText(std::mt19937& l_clGen, const std::string& l_strAlphabet, size_t l_nMin, size_t l_nMax) {
   std::string l_strText(l_nMin + l_clGen() % (l_nMax - l_nMin + 1), ' ');
   for (auto& l_ch : l_strText) l_ch = l_strAlphabet[l_clGen() % l_strAlphabet.size()];

@@ -1,7 +1,6 @@
 // Shared by the logger tests: a fake clock, and a temporary installation laid
-// out the way the logger expects it relative to its working directory:
-//   <tmp>/utils/ETC/ShCmd, <tmp>/utils/INSTALL/recentlogfile.sh   ("../../utils/...")
-//   <tmp>/root/work (the working directory), <tmp>/root/aproc/shell, <tmp>/logs/
+// out as the logger expects it from its working directory <tmp>/root/work:
+// <tmp>/utils/ETC/ShCmd ("../../utils/..."), and the log directory <tmp>/logs/.
 #pragma once
 
 #include <fcntl.h>
@@ -41,7 +40,7 @@ class LoggerLayout : public ::testing::Test {
     char cwd[4096];
     ASSERT_NE(getcwd(cwd, sizeof(cwd)), nullptr);
     m_oldCwd = cwd;
-    for (const char* dir : {"/utils", "/utils/ETC", "/utils/INSTALL", "/root", "/root/work", "/logs"})
+    for (const char* dir : {"/utils", "/utils/ETC", "/root", "/root/work", "/logs"})
       ASSERT_EQ(mkdir((m_tmp.path() + dir).c_str(), 0755), 0) << dir;
     ASSERT_EQ(chdir((m_tmp.path() + "/root/work").c_str()), 0);
     SetNow(2024, 3, 15, 14, 30, 5);

@@ -1,6 +1,5 @@
-// Faults and bad input: the agent keeps running through file system faults
-// and hostile input, says what went wrong, and once the fault is repaired
-// goes on without losing what it promises to keep.
+// The agent keeps running through file system faults and hostile input, says
+// what went wrong, and once repaired goes on without losing what it promises.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,20 +18,17 @@ namespace {
 using namespace testsupport;
 using Change = std::function<void(const std::string& path)>;
 
-// A fault made with a file mode needs the agent to run as user nobody when
-// the tests run as root: skipped (with a note) when nobody cannot run it.
+// A file-mode fault needs the agent to run as nobody under root: skipped, with a note, if nobody cannot.
 bool SkipUnprivileged(bool unprivileged, const char* name) {
   if (!unprivileged || geteuid() != 0 || NobodyCanRunAgent()) return false;
   std::cout << "[ SKIPPED  ] " << name << ": user nobody cannot reach " << AgentBinary() << "\n";
   return true;
 }
 
-// The file behind the name changes under the agent. A file shorter than the
-// saved offset is read again from its start; the bytes of a longer
-// replacement up to the old offset are taken as already read. A file that is
-// gone or cannot be opened is skipped with a record every cycle, and what was
-// appended to it meanwhile is read once it opens again. Lines appended after
-// the change are read once.
+// The file behind the name changes. A file shorter than the saved offset is
+// read again from its start, a longer replacement up to the old offset counts
+// as read; one that is gone or unreadable is skipped with a record every
+// cycle and read on once it opens again. Every line is read once.
 TEST(Faults, WatchedFileChangedOrUnreadableUnderTheAgent) {
   const std::string first = "a,b,91,padding-padding-padding-padding";
   const Change moveAway = [](const std::string& p) {
@@ -88,9 +84,8 @@ TEST(Faults, WatchedFileChangedOrUnreadableUnderTheAgent) {
   }
 }
 
-// Only regular files are read. A FIFO under a watched name must not stop the
-// agent (an open for reading would wait for a writer forever), and a
-// directory is refused rather than read as an empty file; the other logs go on.
+// Only regular files are read: a FIFO must not stop the agent (an open would
+// wait for a writer forever), a directory is refused; the other logs go on.
 TEST(Faults, WatchedNameThatIsNoRegularFileIsRefusedAndTheOthersGoOn) {
   AgentDir agent;
   const std::string fifo = agent.Path("logs/fifo.log"), dir = agent.Path("logs/dir.log");
@@ -111,9 +106,8 @@ TEST(Faults, WatchedNameThatIsNoRegularFileIsRefusedAndTheOthersGoOn) {
   EXPECT_EQ(agent.Events(), CpuEvent(3, "a,b,91") + CpuEvent(2, "c,d,92") + CpuEvent(3, "e,f,93"));
 }
 
-// Offsets live in memory only. After a restart a log of type 0 starts at the
-// end of its file (what was written while the agent was down is skipped) and
-// a log of type 2 at its start (its lines fire again).
+// Offsets live in memory only: after a restart a log of type 0 starts at the
+// end (lines written meanwhile are skipped), one of type 2 at the start.
 TEST(Faults, RestartForgetsTheOffsets) {
   AgentDir agent;
   const std::string fromEnd = agent.Path("logs/type0.log"), fromStart = agent.Path("logs/type2.log");
@@ -134,10 +128,9 @@ TEST(Faults, RestartForgetsTheOffsets) {
             CpuEvent(1, "a,b,91") + CpuEvent(2, "c,d,92") + CpuEvent(2, "c,d,92") + CpuEvent(1, "g,h,94"));
 }
 
-// Event file names have whole seconds. An "out_" file that still waits for
-// the collector under the name of this second (left by an agent that ran a
-// moment ago, or by a clock set back) is never replaced by a hand-off: the
-// cycle waits for a second whose name is free, and nothing is lost.
+// Event file names have whole seconds. An "out_" file still waiting under the
+// name of this second (a restart, a clock set back) is never replaced: the
+// cycle waits for a second whose name is free.
 TEST(Faults, HandOffNeverReplacesAWaitingEventFile) {
   AgentDir agent;
   std::vector<std::string> waiting;
@@ -155,11 +148,9 @@ TEST(Faults, HandOffNeverReplacesAWaitingEventFile) {
   EXPECT_NE(agent.Diag().find(" not collected yet, cycle skipped : File exists"), std::string::npos);
 }
 
-// A directory the agent writes to is missing or read-only. Without its
-// output directory events are dropped (and counted, so the per-log ceiling
-// still holds); without its diagnostic log directory the logger says so on
-// standard error and the agent works on. Once repaired, events and records
-// arrive again.
+// Without its output directory events are dropped (and counted, for the
+// per-log ceiling); without its diagnostic directory the logger says so on
+// standard error and the agent works on. Once repaired, all arrive again.
 TEST(Faults, OutputOrDiagnosticDirectoryFaultUntilRepaired) {
   const struct {
     const char* name;
@@ -200,9 +191,8 @@ TEST(Faults, OutputOrDiagnosticDirectoryFaultUntilRepaired) {
   }
 }
 
-// The hand-off runs "mv" through the shell with OUTPUT_PATH unquoted: a path
-// the shell would split or interpret is refused at start-up instead of
-// leaving every event file behind as "ing_".
+// The hand-off runs "mv" through the shell with OUTPUT_PATH unquoted: a path the
+// shell would split or interpret is refused at start-up, not left as "ing_" files.
 TEST(Faults, OutputPathTheShellWouldInterpretIsRefusedAtStartUp) {
   for (const std::string name : {"out dir", "out;x", "out$HOME"}) {
     SCOPED_TRACE(name);

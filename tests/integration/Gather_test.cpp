@@ -1,5 +1,4 @@
-// The agent end to end: growing watched logs in a temporary directory and
-// the event files it hands off.
+// The agent end to end: growing watched logs and the event files it hands off.
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utime.h>
@@ -52,8 +51,7 @@ TEST(Gather, UnfinishedLastLineIsEvaluatedWholeOnceCompleted) {
 }
 
 // A cycle's events are held and written together: far more than the holding
-// buffer (32 KB), and one line longer than all of it, still arrive whole and
-// in line order.
+// buffer (32 KB), and one line longer than it, arrive whole and in order.
 TEST(Gather, EventsBeyondTheHoldingBufferArriveWholeAndInOrder) {
   AgentDir agent;
   std::string log, expected;
@@ -92,10 +90,8 @@ TEST(Gather, WildcardReadsTheNewestVisibleMatch) {
 TEST(Gather, DatedNameFollowsTheClock) {
   AgentDir agent;
   for (int s = 0; s < 61; ++s) {
-    char name[32], line[32];
-    snprintf(name, sizeof(name), "logs/app_%02d.log", s);
-    snprintf(line, sizeof(line), "%02d,s,95\n", s);
-    ASSERT_TRUE(WriteFile(agent.Path(name), line));
+    const std::string ss = std::string(s < 10 ? "0" : "") + std::to_string(s);
+    ASSERT_TRUE(WriteFile(agent.Path("logs/app_" + ss + ".log"), ss + ",s,95\n"));
   }
   agent.Start({CpuRule(1, agent.Path("logs/app_[ss].log"))});
   ASSERT_TRUE(agent.WaitForEvents(3));
@@ -116,8 +112,7 @@ TEST(Gather, EntriesSharingAFileReadItOnceAndBothEvaluate) {
   agent.Start({a, b});
   ASSERT_TRUE(agent.WaitForEvents(2));
   ASSERT_TRUE(agent.WaitForCycles(1));
-  EXPECT_EQ(agent.Events(),
-            CpuEvent(3, "x,FAIL,95") + "7|2{|}4{|}COLUMN[2] Value[FAIL] == FAIL, ORIGINAL_MSG:x,FAIL,95\n");
+  EXPECT_EQ(agent.Events(), CpuEvent(3, "x,FAIL,95") + "7|2{|}4{|}COLUMN[2] Value[FAIL] == FAIL, ORIGINAL_MSG:x,FAIL,95\n");
   EXPECT_EQ(agent.OutFiles().size(), 1u);
 }
 

@@ -16,11 +16,7 @@ using namespace testsupport;
 
 TEST(StartUp, FailuresEndWithTheirStatusAndMessage) {
   const std::string logs = "LOG_PATH=./\nLOG_MODE=NOLOG\nLOG_VALIDDAY=3\n", out = "OUTPUT_PATH=./\nLINE_WAIT_CNT=1\n";
-  const struct {
-    const char* name;
-    std::string config;  // empty: no configuration file at all
-    std::string err;
-  } cases[] = {
+  const struct { const char* name; std::string config, err; } cases[] = {  // no config: no file at all
       {"missing file", "", ""},
       {"no LOG_PATH", "LOG_MODE=DEBUG\nLOG_VALIDDAY=3\n" + out, ""},
       {"no LOG_VALIDDAY", "LOG_PATH=./\nLOG_MODE=DEBUG\n" + out, "LOG_VALIDDAY is NULL\n"},

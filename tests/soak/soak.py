@@ -1,13 +1,12 @@
 #!/usr/bin/env python3
-"""Soak run of the agent: 19 watched logs growing at mixed rates, a collector
-taking the event files away, and an exact account. Each line carries a unique
-id ("nn-sssssss") and the writer alone decides whether it fires: each such id
-must be in exactly one event of its log, no other id may be. VmRSS and open
-descriptors must not grow after the first minute; at most the "ing_" file of
-the cycle in progress may exist. Fire rates stay far below the 100-events-per-
-log-per-cycle ceiling (a cycle over it is reported); before a file is renamed,
-truncated or left for a new name the writer waits for its last firing line.
-Exit status 0 when every check passed, 1 otherwise."""
+"""Soak run of the agent: 19 logs growing at mixed rates, a collector taking the
+event files away, and an exact account: each line has a unique id ("nn-sssssss")
+and the writer alone decides whether it fires; each such id must be in exactly
+one event of its log, no other id may be. VmRSS and open descriptors must not
+grow after the first minute; at most one "ing_" file may exist. Fire rates stay
+far below the per-cycle ceiling of 100 events (a cycle over it is reported);
+before a file is renamed, truncated or left for a new name the writer waits for
+its last firing line. Exit status 0 when every check passed, 1 otherwise."""
 import argparse, collections, os, random, re, shutil, signal, subprocess, sys, tempfile, time
 
 EVENT_CEILING = 100  # events of one watched log in one cycle before evaluation stops
@@ -19,8 +18,8 @@ EVENT = re.compile(rb"^(\d+)\|[124]\x03\x1f\x7c\d+\x03\x1f\x7c.*?ORIGINAL_MSG:(\
 
 class Log:
     def __init__(self, index, name, rate, share, kind="plain", log_type=2, check_type=1):
-        self.index, self.name, self.rate, self.share, self.kind = index, name, rate, share, kind
-        self.log_type, self.check_type = log_type, check_type
+        self.index, self.name, self.rate, self.share, self.kind, self.log_type, self.check_type = (
+            index, name, rate, share, kind, log_type, check_type)
         self.seq = self.generation = self.written = self.bytes = 0
         self.budget = 0.0
         self.last_fire = self.paused = self.next_action = None
@@ -172,11 +171,10 @@ class Soak:
         self.agent = subprocess.Popen([self.args.agent, "agent.conf"], cwd=self.workdir, stdout=err, stderr=err,
                                       stdin=subprocess.DEVNULL)
         deadline = time.time() + 30
-        while not os.path.exists(os.path.join(self.workdir, "LoggerAlive")):
-            if time.time() > deadline or self.agent.poll() is not None:
-                self.failures.append("agent did not start")
-                return
+        while not os.path.exists(os.path.join(self.workdir, "LoggerAlive")) and time.time() < deadline:
             time.sleep(0.05)
+        if self.agent.poll() is not None or time.time() >= deadline:
+            return self.failures.append("agent did not start")
         time.sleep(1.5)  # the first cycle has had its look at every log
         self.start = last = time.time()
         last_sample = 0.0

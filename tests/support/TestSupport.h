@@ -1,6 +1,5 @@
-// Helpers shared by the test binaries: temporary directories, whole-file I/O,
-// the readable separator notation, configuration entries, and running the
-// agent, the companion tool or any other program as a child.
+// Helpers shared by the test binaries: temporary directories, files, the
+// readable separator notation, configuration entries, running programs.
 #pragma once
 
 #include <sys/types.h>
@@ -61,9 +60,8 @@ RunResult Tool(std::vector<std::string> args, const std::string& input = "");
 // Whether user nobody may run the agent binary (every directory above it must let it through).
 bool NobodyCanRunAgent();
 
-// The agent started as a child in `workdir`; standard error and output go to
-// files that can be read while it runs. With `asNobody` it runs as user and
-// group nobody (file modes bind root's children only that way).
+// The agent as a child in `workdir`, its standard error readable while it
+// runs; `asNobody`: as user nobody (file modes bind root's children only so).
 class AgentProcess {
  public:
   AgentProcess(const std::string& workdir, const std::vector<std::string>& args, bool asNobody = false);
@@ -106,9 +104,8 @@ class AgentDir {
   const std::string& Dir() const { return m_dir.path(); }
   // Writes logs/app.log and returns its path.
   std::string AppLog(const std::string& content = "a,b,91\n") const;
-  // Writes the configuration (LOG_PATH and OUTPUT_PATH name directories in
-  // the working directory) and starts the agent, as user nobody with
-  // `unprivileged` when the tests run as root.
+  // Writes the configuration (LOG_PATH, OUTPUT_PATH: directories in here) and
+  // starts the agent, as user nobody with `unprivileged` when run as root.
   void Start(const std::vector<WatchEntry>& entries, const std::string& logDir = "log",
              const std::string& outDir = "out", bool unprivileged = false);
   std::vector<std::string> OutFiles() const;

@@ -98,7 +98,8 @@ TEST(ColumnToolReplay, NamedOrMatchingEntryReplaysOnlyItsOwnRules) {
   EXPECT_EQ(Count(other.out, "\n"), 2u);
   EXPECT_NE(other.out.find("7|2{|}3{|}COLUMN[3] Value[FAIL] == FAIL, ORIGINAL_MSG:a,95,FAIL\n"), std::string::npos);
   // A wildcard entry is chosen by the file it matches.
-  EXPECT_EQ(Tool({"replay", conf, dir.file("app_2024.log")}).out, "9|1{|}2{|}COLUMN[2] Value[95] > 90, ORIGINAL_MSG:x,95\n");
+  EXPECT_EQ(Tool({"replay", conf, dir.file("app_2024.log")}).out,
+            "9|1{|}2{|}COLUMN[2] Value[95] > 90, ORIGINAL_MSG:x,95\n");
   // No entry watches app.log and several are loaded: the tool asks for one.
   const RunResult unnamed = Tool({"replay", conf, log});
   EXPECT_EQ(unnamed.status, 2);
