@@ -5,28 +5,22 @@
 
 #include <gtest/gtest.h>
 
-#include "AgentConfig.h"
 #include "ColumnLogger.h"
 #include "OmniLog.h"
 #include "TestSupport.h"
 
 namespace {
 
-using testsupport::ReadFile;
-using testsupport::Sep;
-using testsupport::TempDir;
-using testsupport::WatchEntry;
-using testsupport::WriteFile;
+using namespace testsupport;
 
 // A gatherer loaded from a configuration text, with a DEBUG logger writing
-// into the temporary directory so that the loader's records can be read.
+// into the temporary directory when asked, so that its records can be read.
 class Loaded {
  public:
   explicit Loaded(const std::string& config, bool withLogger = false) {
-    WriteFile(m_dir.file("agent.conf"), config);
+    WriteFile(m_dir.file("agent.conf"), "OUTPUT_PATH=/tmp/out/\nLINE_WAIT_CNT=12\n" + config);
     if (withLogger) {
-      char name[] = "SER";
-      g_pclOmniLog = new COmniLog(1, name, 7);
+      g_pclOmniLog = new COmniLog(1, const_cast<char*>("SER"), 7);
       std::string path = m_dir.path() + "/";
       g_pclOmniLog->fSetLogPath(&path[0]);
     }
@@ -40,12 +34,9 @@ class Loaded {
     delete g_pclOmniLog;
     g_pclOmniLog = nullptr;
   }
-  std::string Records() const {
-    std::string all;
-    for (const auto& name : testsupport::ListDir(m_dir.path()))
-      if (name.find("_SER") != std::string::npos) all += ReadFile(m_dir.file(name));
-    return all;
-  }
+  std::string Records() const { return ReadAll(m_dir.path(), "2"); }  // YYYYMMDD_SER.log
+  ST_LOGFILE_INFO* Log(int index) { return m_logger.m_pclLogFileList->fGetNode(index); }
+
   CColumnLogger m_logger;
   int m_result = 0;
   std::string m_err;
@@ -54,8 +45,6 @@ class Loaded {
   TempDir m_dir;
 };
 
-std::string Globals() { return "OUTPUT_PATH=/tmp/out/\nLINE_WAIT_CNT=12\n"; }
-
 WatchEntry Entry(int index) {
   WatchEntry e;
   e.index = index;
@@ -63,228 +52,135 @@ WatchEntry Entry(int index) {
   return e;
 }
 
-std::vector<int> NumberRuleColumns(CColumnLogger& logger) {
-  std::vector<int> columns;
-  for (auto* rule = logger.m_pclNumPatternList->fGetHeadNode(); rule != nullptr; rule = rule->m_pstNext)
-    columns.push_back(rule->m_nIndex * 100 + rule->m_nComumnNum);
-  return columns;
-}
-
-TEST(ColumnLoggerConf, GlobalKeysAreStored) {
-  Loaded loaded(Globals());
-  EXPECT_EQ(loaded.m_result, 1);
-  EXPECT_STREQ(loaded.m_logger.m_strOutPutPath, "/tmp/out/");
-  EXPECT_EQ(loaded.m_logger.m_nLineWaitTime, 12);
-  EXPECT_EQ(loaded.m_logger.m_pclLogFileList->fGetLogFileCount(), 0);
-}
-
-TEST(ColumnLoggerConf, MissingOrOversizedGlobalKeyRefusesToStart) {
-  struct Case {
-    std::string config;
-    std::string err;
-  };
-  const Case cases[] = {
-      {"LINE_WAIT_CNT=1\n", "OUTPUT_PATH is NULL\n"},
-      {"OUTPUT_PATH=/x/\n", "LINE_WAIT_CNT is NULL\n"},
-      {"OUTPUT_PATH=/x/\nLINE_WAIT_CNT=" + std::string(64, '1') + "\n",
-       "LINE_WAIT_CNT is too long (64 characters, at most 63)\n"},
-  };
-  for (const Case& c : cases) {
-    Loaded loaded(c.config + testsupport::EntryLines(Entry(1)));
-    EXPECT_EQ(loaded.m_result, 0);
-    EXPECT_EQ(loaded.m_err, c.err);
-    EXPECT_EQ(loaded.m_logger.m_pclLogFileList->fGetLogFileCount(), 0);
-  }
-}
-
-TEST(ColumnLoggerConf, EntriesAreLoadedInNumberOrderAndIncompleteOnesSkipped) {
-  std::string config = Globals();
-  for (int index : {5, 2, 20}) config += testsupport::EntryLines(Entry(index));
-  // Entry 3 lacks only its date rules: skipped whole, without a message.
-  std::string three = testsupport::EntryLines(Entry(3));
+// Entries load in number order; one that lacks a key is skipped whole and
+// silently, and numbers from 20 on are never read. The check type keeps its
+// low byte only.
+TEST(ColumnLoggerConf, EntriesLoadInNumberOrderAndIncompleteOnesAreSkipped) {
+  std::string config;
+  for (int index : {5, 2, 20}) config += EntryLines(Entry(index));
+  std::string three = EntryLines(Entry(3));
   three.erase(three.find("LOG03_DATE_PATTERN"), std::string("LOG03_DATE_PATTERN=NULL\n").size());
-  config += three;
-  Loaded loaded(config);
+  WatchEntry six = Entry(6);
+  six.type = 1;
+  six.checkType = 256;
+  Loaded loaded(config + three + EntryLines(six));
   auto* list = loaded.m_logger.m_pclLogFileList;
-  ASSERT_EQ(list->fGetLogFileCount(), 2);
+  ASSERT_EQ(list->fGetLogFileCount(), 3);
   EXPECT_STREQ(list->fGetLogFile(1), "/var/log/app2.log");
   EXPECT_STREQ(list->fGetLogFile(2), "/var/log/app5.log");
+  EXPECT_EQ(loaded.Log(6)->m_nLogType, 1);
+  EXPECT_EQ(loaded.Log(6)->m_chCreateType, 0);
+  EXPECT_EQ(loaded.Log(5)->m_chCreateType, 1);
   EXPECT_EQ(loaded.m_err, "");
 }
 
-TEST(ColumnLoggerConf, TypesAndCreateTypeLowByte) {
-  WatchEntry e = Entry(1);
-  e.type = 1;
-  e.checkType = 256;
-  WatchEntry f = Entry(2);
-  f.checkType = 7;
-  Loaded loaded(Globals() + testsupport::EntryLines(e) + testsupport::EntryLines(f));
-  auto* one = loaded.m_logger.m_pclLogFileList->fGetNode(1);
-  auto* two = loaded.m_logger.m_pclLogFileList->fGetNode(2);
-  ASSERT_NE(one, nullptr);
-  ASSERT_NE(two, nullptr);
-  EXPECT_EQ(one->m_nLogType, 1);
-  EXPECT_EQ(one->m_chCreateType, 0);
-  EXPECT_EQ(two->m_chCreateType, 7);
-}
-
+// The thresholds are process-wide: every entry that passes registration
+// resets them, so the last one wins, even when it has none (NULL).
 TEST(ColumnLoggerConf, LineRateThresholdsAreProcessWideAndLastEntryWins) {
-  WatchEntry a = Entry(1);
+  WatchEntry a = Entry(1), b = Entry(2), c = Entry(3);
   a.secLog = "3{~}50";
-  WatchEntry b = Entry(2);
   b.secLog = "4{~}100";
-  WatchEntry c = Entry(3);  // NULL: does not follow b, since it passes registration last
-  Loaded loaded(Globals() + testsupport::EntryLines(a) + testsupport::EntryLines(b));
+  Loaded loaded(EntryLines(a) + EntryLines(b));
   EXPECT_EQ(std::vector<int>(m_nCntFaultArray, m_nCntFaultArray + 5), (std::vector<int>{-1, -1, -1, -1, 100}));
-  auto* list = loaded.m_logger.m_pclLogFileList;
-  EXPECT_EQ(list->fGetNode(1)->m_nSecLogCntFaultLevel, 3);
-  EXPECT_EQ(list->fGetNode(1)->m_nSecLogCount, 50);
-  EXPECT_EQ(list->fGetNode(2)->m_nSecLogCntFaultLevel, 4);
-  EXPECT_EQ(list->fGetNode(2)->m_nSecLogCount, 100);
-
-  Loaded withNull(Globals() + testsupport::EntryLines(b) + testsupport::EntryLines(c));
+  EXPECT_EQ(loaded.Log(1)->m_nSecLogCntFaultLevel * 1000 + loaded.Log(1)->m_nSecLogCount, 3050);
+  EXPECT_EQ(loaded.Log(2)->m_nSecLogCntFaultLevel * 1000 + loaded.Log(2)->m_nSecLogCount, 4100);
+  Loaded withNull(EntryLines(b) + EntryLines(c));
   EXPECT_EQ(std::vector<int>(m_nCntFaultArray, m_nCntFaultArray + 5), (std::vector<int>{-1, -1, -1, -1, -1}));
-  EXPECT_EQ(withNull.m_logger.m_pclLogFileList->fGetNode(3)->m_nSecLogCntFaultLevel, 0);
-  EXPECT_EQ(withNull.m_logger.m_pclLogFileList->fGetNode(3)->m_nSecLogCount, 0);
-}
-
-TEST(ColumnLoggerConf, NumericRulesParseKindsAndKeepRegistryOrder) {
-  WatchEntry a = Entry(1);
-  a.number = "4{~}2{~}90.5{~}1{~}cpu={~}%{|}7{~}3{~}90{~}6{~}NULL{~}NULL{|}";
-  WatchEntry b = Entry(2);
-  b.number = "1{~}1{~}-5{~}3{~}{~}";
-  Loaded loaded(Globals() + testsupport::EntryLines(a) + testsupport::EntryLines(b));
-  // Newest rule of an entry first, entries in ascending order; the trailing {|} adds nothing.
-  EXPECT_EQ(NumberRuleColumns(loaded.m_logger), (std::vector<int>{107, 104, 201}));
-  auto* list = loaded.m_logger.m_pclNumPatternList;
-  auto* decimal = list->fGetHeadNode()->m_pstNext;
-  EXPECT_EQ(decimal->m_nFaultDecide, 2);
-  EXPECT_EQ(decimal->m_nFaultValue, 90);
-  EXPECT_FLOAT_EQ(decimal->m_fFaultValue, 90.5f);
-  EXPECT_STREQ(decimal->m_strExt1, "cpu=");
-  EXPECT_STREQ(decimal->m_strExt2, "%");
-  auto* integer = list->fGetHeadNode();
-  EXPECT_EQ(integer->m_nFaultDecide, 1);
-  EXPECT_EQ(integer->m_nCompareNum, 6);
-  EXPECT_STREQ(integer->m_strExt1, "NULL");
-  EXPECT_EQ(list->fGetEndNode()->m_nFaultValue, -5);
-}
-
-TEST(ColumnLoggerConf, TextAndDateRulesAndPatternRules) {
-  WatchEntry a = Entry(3);
-  a.text = "3{~}4{~}FAIL{~}1{|}5{~}2{~}^err|warn${~}3";
-  a.date = "1{~}YYYY-MM-DD{|}2{~}hh:mm:ss";
-  a.pattern = "1{|}ERROR{~}2{|}WARN";
-  Loaded loaded(Globals() + testsupport::EntryLines(a));
-  auto* text = loaded.m_logger.m_pclCharPatternList->fGetHeadNode();
-  ASSERT_NE(text, nullptr);
-  EXPECT_EQ(text->m_nCompareNum, 3);
-  EXPECT_STREQ(text->m_strFaultPattern, "^err|warn$");
-  EXPECT_NE(text->m_vpclStrPattern[0], nullptr);
-  EXPECT_EQ(text->m_pstNext->m_vpclStrPattern[0], nullptr) << "code 1 compiles nothing";
-  auto* date = loaded.m_logger.m_pclDatePatternList->fGetHeadNode();
-  EXPECT_STREQ(date->m_strDatePattern, "hh:mm:ss");
-  EXPECT_STREQ(date->m_pstNext->m_strDatePattern, "YYYY-MM-DD");
-  auto* log = loaded.m_logger.m_pclLogFileList->fGetNode(3);
-  EXPECT_STREQ(log->m_vstrLogPattern[0], "ERROR");
-  EXPECT_EQ(log->m_vnFaultGrade[1], 2);
-  EXPECT_EQ(std::string(log->m_strDelimitor), Sep(",{~}NULL"));
+  EXPECT_EQ(withNull.Log(3)->m_nSecLogCntFaultLevel + withNull.Log(3)->m_nSecLogCount, 0);
 }
 
 TEST(ColumnLoggerConf, MalformedEntriesAreRefusedWholeWithTheKeyNamed) {
-  struct Case {
-    const char* name;
-    void (*change)(WatchEntry&);
-    const char* err;
-  };
-  const Case cases[] = {
-      {"short numeric entry", [](WatchEntry& e) { e.number = "4{~}2{~}90{~}1"; },
+  const struct { void (*change)(WatchEntry&); const char* err; } cases[] = {
+      {[](WatchEntry& e) { e.number = "4{~}2{~}90{~}1"; },
        "LOG01_NUMBER_PATTERN rejected: entry 1 has 4 field(s), 6 needed\n"},
-      {"short second text entry", [](WatchEntry& e) { e.text = "1{~}1{~}A{~}1{|}2{~}1{~}B"; },
+      {[](WatchEntry& e) { e.text = "1{~}1{~}A{~}1{|}2{~}1{~}B"; },
        "LOG01_CHAR_PATTERN rejected: entry 2 has 3 field(s), 4 needed\n"},
-      {"date entry without layout", [](WatchEntry& e) { e.date = "2"; },
-       "LOG01_DATE_PATTERN rejected: entry 1 has 1 field(s), 2 needed\n"},
-      {"fault level 5", [](WatchEntry& e) { e.secLog = "1{~}10{|}5{~}3"; },
+      {[](WatchEntry& e) { e.date = "2"; }, "LOG01_DATE_PATTERN rejected: entry 1 has 1 field(s), 2 needed\n"},
+      {[](WatchEntry& e) { e.secLog = "1{~}10{|}5{~}3"; },
        "LOG01_SECLOG_LEVEL_CNT rejected: entry 2 has fault level 5, outside 0 to 4\n"},
-      {"negative fault level", [](WatchEntry& e) { e.secLog = "-1{~}3"; },
+      {[](WatchEntry& e) { e.secLog = "-1{~}3"; },
        "LOG01_SECLOG_LEVEL_CNT rejected: entry 1 has fault level -1, outside 0 to 4\n"},
-      {"text before the value too long",
-       [](WatchEntry& e) { e.number = "1{~}1{~}5{~}1{~}" + std::string(64, 'x') + "{~}"; },
+      {[](WatchEntry& e) { e.number = "1{~}1{~}5{~}1{~}" + std::string(64, 'x') + "{~}"; },
        "LOG01_NUMBER_PATTERN rejected: entry 1 field 5 longer than 63 characters\n"},
-      {"delimiter value too long", [](WatchEntry& e) { e.delimitor = std::string(32, ','); },
+      {[](WatchEntry& e) { e.delimitor = std::string(32, ','); },
        "LOG01_DELIMITOR rejected: value of 32 characters, at most 31\n"},
-      {"threshold value too long", [](WatchEntry& e) { e.secLog = "1{~}" + std::string(124, '1'); },
+      {[](WatchEntry& e) { e.secLog = "1{~}" + std::string(124, '1'); },
        "LOG01_SECLOG_LEVEL_CNT rejected: value of 128 characters, at most 127\n"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.err);
     WatchEntry bad = Entry(1);
     bad.number = "3{~}1{~}9{~}1{~}{~}";
     c.change(bad);
-    Loaded loaded(Globals() + testsupport::EntryLines(bad) + testsupport::EntryLines(Entry(2)), true);
+    Loaded loaded(EntryLines(bad) + EntryLines(Entry(2)), true);
     EXPECT_EQ(loaded.m_result, 1);
     EXPECT_EQ(loaded.m_err, c.err);
-    EXPECT_EQ(loaded.m_logger.m_pclLogFileList->fGetNode(1), nullptr);
-    EXPECT_NE(loaded.m_logger.m_pclLogFileList->fGetNode(2), nullptr) << "other entries still load";
+    EXPECT_EQ(loaded.Log(1), nullptr);
+    EXPECT_NE(loaded.Log(2), nullptr) << "other entries still load";
     EXPECT_EQ(loaded.m_logger.m_pclNumPatternList->fGetNode(1), nullptr) << "nothing half-applied";
-    std::string record = c.err;
-    record.pop_back();
-    EXPECT_NE(loaded.Records().find("[LOG]" + record + "\n"), std::string::npos);
+    EXPECT_NE(loaded.Records().find("[LOG]" + std::string(c.err)), std::string::npos);
   }
 }
 
-TEST(ColumnLoggerConf, DiagnosticRecordsNameEveryRule) {
+// Values handed to fAddLogInfo directly are not bounded by the loader: one
+// past the first 511 characters is refused whole, not registered with a
+// part of it unchecked.
+TEST(ColumnLoggerConf, OverlongRuleValueIsRefusedWhole) {
+  CColumnLogger logger;
+  std::string name = "/tmp/app.log", null = "NULL", delimitor = Sep(",{~}NULL");
+  std::string date;
+  for (int i = 0; i < 40; ++i) date += "1{~}hh:mm:ss{|}";
+  date = Sep(date + "2");
+  ASSERT_GT(date.size(), 512u);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(logger.fAddLogInfo(1, &name[0], 1, 2, &null[0], &null[0], &null[0], 0, 0, &null[0], &null[0], &null[0],
+                               &null[0], &null[0], &delimitor[0], &null[0], &null[0], &date[0]),
+            -1);
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("LOG01_DATE_PATTERN rejected: value of"), std::string::npos);
+  EXPECT_EQ(logger.m_pclLogFileList->fGetNode(1), nullptr);
+}
+
+// Every rule is named in a diagnostic record and lands in its registry, the
+// newest rule of an entry first (a dot in the value makes a decimal rule;
+// a trailing bar separator adds nothing); the console trace names each entry.
+TEST(ColumnLoggerConf, RulesAreRecordedAndRegisteredInOrder) {
   WatchEntry a = Entry(1);
   a.secLog = "3{~}50{|}4{~}100";
-  a.number = "4{~}2{~}90{~}1{~}={~}%";
-  a.text = "3{~}4{~}FAIL{~}1";
-  a.date = "1{~}hh:mm:ss";
-  WatchEntry b = Entry(2);
-  Loaded loaded(Globals() + testsupport::EntryLines(a) + testsupport::EntryLines(b), true);
-  const std::string records = loaded.Records();
-  const std::vector<std::string> expected = {
-      "fLoadConfInfo start",
-      "Cnt FaultLevel[3][50]",
-      "Cnt FaultLevel[4][100]",
-      "Delimitor[" + Sep(",{~}NULL") + "]",
-      "NumPattern [1][4][2][90][1][=][%]",
-      "CharPattern [1][3][4][1][FAIL]",
-      "DatePattern [1][1][hh:mm:ss]",
-      "NumPattern -> NULL",
-      "CharPattern -> NULL",
-      "DatePattern -> NULL",
-      "fLoadConfInfo end",
-  };
-  size_t at = 0;
-  for (const auto& message : expected) {
-    SCOPED_TRACE(message);
-    const size_t found = records.find("[INFO][LOG]" + message + "\n", at);
-    ASSERT_NE(found, std::string::npos) << records;
-    at = found;
-  }
-}
-
-TEST(ColumnLoggerConf, ConsoleTraceNamesEachEntry) {
-  WatchEntry a = Entry(4);
-  a.pattern = "1{|}ERROR";
+  a.number = "4{~}2{~}90.5{~}1{~}={~}%{|}7{~}3{~}90{~}6{~}NULL{~}NULL{|}";
+  a.text = "3{~}4{~}FAIL{~}1{|}5{~}2{~}^err|warn${~}3";
+  a.date = "1{~}YYYY-MM-DD{|}2{~}hh:mm:ss";
+  a.pattern = "1{|}ERROR{~}2{|}WARN";
   g_nPrint = 1;
-  Loaded loaded(Globals() + testsupport::EntryLines(a));
+  Loaded loaded(EntryLines(a) + EntryLines(Entry(2)), true);
   g_nPrint = 0;
-  EXPECT_EQ(loaded.m_err,
-            "Index:4, LogFileName:/var/log/app4.log, CreateType:1, LogType:2, LogFaultPattern:" + Sep("1{|}ERROR") +
-                ", Start-Pattern:NULL, End-Pattern:NULL, All-Pattern-Check:0, SkipTime:0, SkipPattern:NULL, "
-                "Exec:NULL, SaveFormat:NULL, SaveFile:NULL\nadd log pattern success!!\n");
-}
-
-TEST(ColumnLoggerConf, PatternCheckLimit) {
-  CColumnLogger logger;
-  char msg[2048] = "junk";
-  std::string ok(2047, 'p');
-  std::string tooLong(2048, 'p');
-  EXPECT_EQ(logger.fPatternCheck(&ok[0], msg), 0);
-  EXPECT_STREQ(msg, "");
-  EXPECT_EQ(logger.fPatternCheck(&tooLong[0], msg), -1);
-  EXPECT_EQ(logger.fPatternCheck(nullptr, msg), -1);
+  const std::string records = loaded.Records();
+  size_t at = 0;
+  for (const std::string message :
+       {"fLoadConfInfo start", "Cnt FaultLevel[3][50]", "Cnt FaultLevel[4][100]", "Delimitor[,\x03\x1f\x7eNULL]",
+        "NumPattern [1][4][2][90][1][=][%]", "NumPattern [1][7][3][90][6][NULL][NULL]", "CharPattern [1][3][4][1][FAIL]",
+        "CharPattern [1][5][2][3][^err|warn$]", "DatePattern [1][1][YYYY-MM-DD]", "DatePattern [1][2][hh:mm:ss]",
+        "NumPattern -> NULL", "CharPattern -> NULL", "DatePattern -> NULL", "fLoadConfInfo end"}) {
+    SCOPED_TRACE(message);
+    at = records.find("[INFO][LOG]" + message + "\n", at);
+    ASSERT_NE(at, std::string::npos) << records;
+  }
+  auto* number = loaded.m_logger.m_pclNumPatternList->fGetHeadNode();
+  ASSERT_TRUE(number != nullptr && number->m_pstNext != nullptr && number->m_pstNext->m_pstNext == nullptr);
+  EXPECT_EQ(number->m_nComumnNum * 10 + number->m_nFaultDecide, 71);
+  EXPECT_EQ(number->m_pstNext->m_nFaultDecide, 2);
+  EXPECT_FLOAT_EQ(number->m_pstNext->m_fFaultValue, 90.5f);
+  auto* text = loaded.m_logger.m_pclCharPatternList->fGetHeadNode();
+  EXPECT_TRUE(text->m_nComumnNum == 5 && text->m_vpclStrPattern[0] != nullptr);
+  EXPECT_EQ(text->m_pstNext->m_vpclStrPattern[0], nullptr) << "code 1 compiles nothing";
+  EXPECT_STREQ(loaded.m_logger.m_pclDatePatternList->fGetHeadNode()->m_strDatePattern, "hh:mm:ss");
+  EXPECT_EQ(std::string(loaded.Log(1)->m_vstrLogPattern[1]) + std::to_string(loaded.Log(1)->m_vnFaultGrade[1]), "WARN2");
+  EXPECT_NE(loaded.m_err.find("Index:1, LogFileName:/var/log/app1.log, CreateType:1, LogType:2, LogFaultPattern:" +
+                              Sep(a.pattern) +
+                              ", Start-Pattern:NULL, End-Pattern:NULL, All-Pattern-Check:0, SkipTime:0, "
+                              "SkipPattern:NULL, Exec:NULL, SaveFormat:NULL, SaveFile:NULL\n"),
+            std::string::npos)
+      << loaded.m_err;
+  EXPECT_EQ(Count(loaded.m_err, "\nadd log pattern success!!\n"), 2u);
 }
 
 }  // namespace

@@ -24,13 +24,6 @@ void Register(CLogFileList& list, const std::vector<int>& indexes) {
   }
 }
 
-// Entry numbers met by a cursor walk from where the cursor stands.
-std::vector<int> Rest(CLogFileList& list) {
-  std::vector<int> order;
-  while (ST_LOGFILE_INFO* info = list.fMoveNext()) order.push_back(info->m_nIndx);
-  return order;
-}
-
 // Records stay in registration order; a second record for an entry number
 // and a name that would have to be cut are refused.
 TEST(CLogFileList, RegistrationAndLookups) {
@@ -42,33 +35,30 @@ TEST(CLogFileList, RegistrationAndLookups) {
   EXPECT_THAT(list.fGetErrorMsg(), testing::HasSubstr("too long"));
   EXPECT_EQ(list.fAddLogFile(8, nullptr, 0, 0), -1);
   EXPECT_EQ(list.fAddLogFile(6, Text(fits), 0, 0), 1);
+  std::vector<int> order;
   list.fMoveFirst();
-  EXPECT_EQ(Rest(list), (std::vector<int>{1, 5, 2, 6}));
+  while (ST_LOGFILE_INFO* info = list.fMoveNext()) order.push_back(info->m_nIndx);
+  EXPECT_EQ(order, (std::vector<int>{1, 5, 2, 6}));
   EXPECT_EQ(std::string(list.fGetLogFile(4)), fits);  // positions count from 1
   EXPECT_EQ(list.fGetLogFile(0), nullptr);
   EXPECT_EQ(list.fGetLogFile(5), nullptr);
   EXPECT_EQ(list.fGetLogFileIndx(Text(name1)), 1);
   EXPECT_EQ(list.fGetLogFileIndx(Text(other)), 0);
 
-  const ST_LOGFILE_INFO* info = list.fGetNode(5);
-  for (int slot = 0; slot < PATTERN_SLOT_CNT; ++slot) {
-    EXPECT_EQ(info->m_vnFaultGrade[slot], -1);
-    EXPECT_EQ(info->m_vpclStrPattern[slot], nullptr);
-  }
+  // Removal releases the record's compiled patterns (checked by the leak sanitizer build).
+  std::string value = "error";
+  list.fAddLogPattern(5, Text(value), 0, 0, nullptr);
+  EXPECT_EQ(list.fDelLogFile(5), 1);
+  EXPECT_EQ(list.fDelLogFile(5), 0);
+  EXPECT_EQ(list.fClearLogFile(), 3);
 }
 
-// A pattern of 2047 characters that still compiles: anchored at both ends,
-// with gaps keeping every piece below the engine's piece limit.
-std::string Compilable2047() {
-  std::string body;
-  for (int i = 0; i < 4; ++i) body += std::string(400, 'p') + ".*";
-  return "^" + body + std::string(437, 'p') + "$";
-}
-
-// Every value replaces all five slots of an earlier one.
+// Every value replaces all five slots of an earlier one. A pattern of 2047
+// characters still compiles (gaps keep its pieces below the engine's limit).
 TEST(CLogFileList, PatternSlotFilling) {
-  const std::string p2047 = Compilable2047(), p2048(2048, 'q');
-  ASSERT_EQ(p2047.size(), 2047u);
+  std::string p2047 = "^", p2048(2048, 'q');
+  for (int i = 0; i < 4; ++i) p2047 += std::string(400, 'p') + ".*";
+  p2047 += std::string(437, 'p') + "$";
   const struct {
     std::string value;  // readable notation
     int result;
@@ -119,17 +109,12 @@ TEST(CLogFileList, PatternSettingsAndSlotBounds) {
   EXPECT_EQ(info->m_vpclStrPattern[0]->fPatternEx(Text(line)), 1);
   EXPECT_EQ(info->m_vpclStrPattern[1]->fPatternEx(Text(line)), 0);
   EXPECT_EQ(list.fAddLogPattern(9, Text(good), 0, 0, nullptr), -1);
-  EXPECT_EQ(list.fPatternComp(nullptr, 0, Text(good)), 0);
   EXPECT_EQ(list.fPatternComp(info, 5, Text(good)), 0);
-  EXPECT_EQ(list.fPatternClear(info, -1), -1);
-  EXPECT_EQ(list.fClearPattern(2), -1);
 }
 
 // The console trace comes first; the logger echoes its record after it.
 // Values longer than 225 characters are quoted up to 226 and "...".
 TEST(CLogFileList, NoStorablePatternIsReported) {
-  const int oldPrint = g_nPrint;
-  COmniLog* const oldLogger = g_pclOmniLog;
   testsupport::TempDir dir;
   std::string name = "unit", path = dir.path() + "/";
   COmniLog logger(COmniLog::LOG_MODE_ERROR, Text(name), 2);
@@ -146,39 +131,9 @@ TEST(CLogFileList, NoStorablePatternIsReported) {
     EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::StartsWith(prefix + value + "\n"));
     EXPECT_EQ(list.fGetErrorMsg(), prefix + value + c.second);
   }
-  std::string records;
-  for (const std::string& file : testsupport::ListDir(dir.path())) records += testsupport::ReadFile(dir.file(file));
-  EXPECT_THAT(records, testing::HasSubstr("[INFO][LLB]" + prefix + g222 + Sep("{|}") + "\n"));
-
-  // Without console trace and logger nothing is written and no text is kept.
   g_nPrint = 0;
   g_pclOmniLog = nullptr;
-  CLogFileList quiet;
-  Register(quiet, {1});
-  std::string empty;
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(quiet.fAddLogPattern(1, Text(empty), 0, 0, nullptr), 1);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  EXPECT_STREQ(quiet.fGetErrorMsg(), "");
-  g_nPrint = oldPrint;
-  g_pclOmniLog = oldLogger;
-}
-
-// Removal releases the record's compiled patterns (checked by the leak
-// sanitizer build) and moves the cursor like every ordered list.
-TEST(CLogFileList, RemovalDuringWalkAndRelease) {
-  CLogFileList list;
-  Register(list, {1, 5, 2});
-  std::string value = "error";
-  for (int indx : {1, 5, 2}) list.fAddLogPattern(indx, Text(value), 0, 0, nullptr);
-  // The walk returned 1 and stands on 5; removing 5 moves the cursor back to 1.
-  list.fMoveFirst();
-  EXPECT_EQ(list.fMoveNext()->m_nIndx, 1);
-  EXPECT_EQ(list.fDelLogFile(5), 1);
-  EXPECT_EQ(Rest(list), (std::vector<int>{1, 2}));
-  EXPECT_EQ(list.fDelLogFile(5), 0);
-  EXPECT_EQ(list.fClearLogFile(), 2);
-  EXPECT_EQ(list.fMoveFirst(), 0);
+  EXPECT_THAT(testsupport::ReadAll(dir.path()), testing::HasSubstr("[INFO][LLB]" + prefix + g222 + Sep("{|}") + "\n"));
 }
 
 }  // namespace

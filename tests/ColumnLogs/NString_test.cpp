@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "CommonConst.h"
@@ -27,36 +26,21 @@ std::string Walk(std::string text, const char* delim, Tok tok) {
 }
 
 TEST(Nstrtok, SplitsAtRunsOfDelimiters) {
-  const struct {
-    const char* text;
-    const char* delim;
-    const char* tokens;
-  } cases[] = {
+  const struct { const char* text; const char* delim; const char* tokens; } cases[] = {
       {"key==value=x", "=", "key|value|x|<null>"}, {"=x", "=", "|x|<null>"}, {"a===", "=", "a||<null>"},
       {"", "=", "|<null>"},                         {"a,;,b", ",;", "a|b|<null>"},
   };
   for (const auto& c : cases) EXPECT_EQ(Walk(c.text, c.delim, Nstrtok), c.tokens) << c.text;
-  char* save = nullptr;
-  EXPECT_EQ(Nstrtok(nullptr, "=", &save), nullptr);
 }
 
 TEST(Nstrstrtok, SplitsAtTheWholeSeparator) {
-  const struct {
-    std::string text;
-    std::string sep;
-    const char* tokens;
-  } cases[] = {
+  const struct { std::string text; std::string sep; const char* tokens; } cases[] = {
       {"a{~}b{~}", SEP_TILDE, "a|b||<null>"},
       {"a{~}{~}b", SEP_TILDE, "a||b|<null>"},
       {"a{|}b", SEP_TILDE, "a{|}b|<null>"},  // the other separator is text
       {"a\x03\x1f" "b", SEP_TILDE, "a\x03\x1f" "b|<null>"},  // so is a partial one
   };
   for (const auto& c : cases) EXPECT_EQ(Walk(Sep(c.text), c.sep.c_str(), Nstrstrtok), c.tokens) << c.text;
-  // An empty separator returns the whole string and stays there.
-  char text[] = "abc";
-  char* save = nullptr;
-  EXPECT_EQ(Nstrstrtok(text, "", &save), text);
-  EXPECT_EQ(save, text);
 }
 
 // Cuts a line column by column with NstrOnetok (d1 == d2) or NstrDoubletok:
@@ -74,35 +58,12 @@ std::string Columns(std::string line, char d1, char d2) {
 }
 
 TEST(NstrOnetok, CutsColumnsAndCountsConsumedCharacters) {
-  const struct {
-    const char* line;
-    char d1, d2;
-    const char* cols;
-  } cases[] = {
+  const struct { const char* line; char d1, d2; const char* cols; } cases[] = {
       {",a,,b", ',', ',', "/1 a/2 /1 b/1 <0:>"}, {"a,", ',', ',', "a/2 <0:>"},
       {"abc", ',', ',', "abc/3 <0:>"},          {"", ',', ',', "<0:>"},
       {"a,b;c", ',', ';', "a/2 b/2 c/1 <0:>"},   {"a;,b", ',', ';', "a/2 /1 b/1 <0:>"},
   };
   for (const auto& c : cases) EXPECT_EQ(Columns(c.line, c.d1, c.d2), c.cols) << c.line;
-  char dest[] = "keep";
-  char* next = dest;
-  EXPECT_EQ(NstrOnetok(dest, nullptr, ',', &next) + NstrDoubletok(dest, nullptr, ',', ';', &next), 0);
-  EXPECT_STREQ(dest, "keep");
-  EXPECT_EQ(next, dest);
-}
-
-TEST(Nisdigit, DigitsWithAnOptionalLeadingSign) {
-  for (const char* yes : {"-12", "+7", "-", "007"}) EXPECT_EQ(Nisdigit(yes), 1) << yes;
-  for (const char* no : {"", "1.5", " 3", "1-2", "--1"}) EXPECT_EQ(Nisdigit(no), 0) << no;
-  EXPECT_EQ(Nisdigit(nullptr), 0);
-}
-
-TEST(NCutQmark, StartsAfterTheFirstQuoteAndCutsAtTheNextBlank) {
-  for (auto [text, expected] : std::vector<std::pair<std::string, const char*>>{
-           {"\"abc\" def", "abc\""}, {"x \"a b", "a"}, {"\"", ""}, {"no quote", "no quote"}}) {
-    EXPECT_STREQ(NCutQmark(&text[0]), expected) << text;
-  }
-  EXPECT_EQ(NCutQmark(nullptr), nullptr);
 }
 
 }  // namespace

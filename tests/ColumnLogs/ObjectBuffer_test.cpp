@@ -41,16 +41,4 @@ TEST(CObjectBuffer, FreedIndicesAreReusedAndTheFirstEqualKeyWins) {
   EXPECT_EQ(buffer.fObjectPut(C("z"), C("v")), 1);
 }
 
-TEST(CObjectBuffer, NullKeysAndMissingIndicesGiveNothing) {
-  CObjectBuffer buffer;
-  EXPECT_EQ(buffer.fObjectPut(nullptr, C("v")), 0);
-  buffer.fObjectPut(C("a"), C("1"));
-  char* none = nullptr;
-  EXPECT_EQ(buffer.fGetObject(none), nullptr);
-  EXPECT_EQ(buffer.fSetObject(none, C("x")), nullptr);
-  EXPECT_EQ(buffer.fObjectRemove(none) + buffer.fObjectRemove(C("absent")), 0);
-  for (int index : {0, -1, 2}) EXPECT_EQ(buffer.fSetObject(index, C("x")), nullptr) << index;
-  EXPECT_EQ(Entries(buffer), "1:a=1;");
-}
-
 }  // namespace

@@ -73,20 +73,6 @@ TEST(CNumPatternList, OrderRemovalAndCounts) { CheckRegistry<CNumPatternList>();
 TEST(CCharPatternList, OrderRemovalAndCounts) { CheckRegistry<CCharPatternList>(); }
 TEST(CDatePatternList, OrderRemovalAndCounts) { CheckRegistry<CDatePatternList>(); }
 
-TEST(CNumPatternList, TextsAreBoundedToTheirFields) {
-  CNumPatternList nums;
-  CCharPatternList chars;
-  CDatePatternList dates;
-  std::string text(1100, 't');
-  nums.fAddLinkedList(1, 1, 0, 1, 0, 0.0f, 6, Text(text), nullptr);
-  chars.fAddLinkedList(1, 2, 3, 1, Text(text));
-  dates.fAddLinkedList(1, 2, Text(text));
-  EXPECT_EQ(std::string(nums.fGetNode(1)->m_strExt1), std::string(63, 't'));
-  EXPECT_STREQ(nums.fGetNode(1)->m_strExt2, "");
-  EXPECT_EQ(std::string(chars.fGetNode(1)->m_strFaultPattern), std::string(1023, 't'));
-  EXPECT_EQ(std::string(dates.fGetNode(1)->m_strDatePattern), std::string(511, 't'));
-}
-
 // Patterns go to the entry's newest rule, replacing what it held; the text
 // before a bar (a grade elsewhere) is dropped.
 TEST(CCharPatternList, PatternSlotsOfTheNewestRule) {
@@ -101,34 +87,21 @@ TEST(CCharPatternList, PatternSlotsOfTheNewestRule) {
   EXPECT_EQ(std::string(newest->m_vstrLogPattern[0]) + newest->m_vstrLogPattern[1], "ab");
   EXPECT_NE(newest->m_vpclStrPattern[1], nullptr);
   EXPECT_EQ(newest->m_pstNext->m_vpclStrPattern[0], nullptr);
-  // A refused value leaves every slot empty.
+  // A refused value leaves every slot empty; slot operations stay inside the
+  // five slots; rules holding compiled patterns are freed with them (checked
+  // by the leak sanitizer build).
   EXPECT_EQ(list.fAddPatternLinkedList(3, Text(tooLong)), 0);
   for (int slot = 0; slot < PATTERN_SLOT_CNT; ++slot) {
     EXPECT_STREQ(newest->m_vstrLogPattern[slot], "") << slot;
     EXPECT_EQ(newest->m_vpclStrPattern[slot], nullptr) << slot;
   }
-}
-
-// Slot operations stay inside the five slots; rules holding compiled
-// patterns are freed with them (checked by the leak sanitizer build).
-TEST(CCharPatternList, SlotBoundsAndRemovalRelease) {
-  CCharPatternList list;
-  std::string text = "error";
-  for (int indx : {1, 2, 2, 4}) {
-    list.fAddLinkedList(indx, 1, 1, 3, Text(text));
-    list.fAddPatternLinkedList(indx, Text(text));
-  }
-  ST_CHAR_PATTERN_LIST* rule = list.fGetNode(1);
-  EXPECT_EQ(list.fPatternComp(rule, 5, Text(text)), 0);
-  EXPECT_EQ(list.fPatternComp(nullptr, 0, Text(text)), 0);
-  EXPECT_EQ(list.fPatternClear(rule, -1), -1);
-  EXPECT_EQ(list.fClearPattern(7), -1);
-  EXPECT_EQ(list.fClearPattern(1), 1);
-  EXPECT_EQ(rule->m_vpclStrPattern[0], nullptr);
-  EXPECT_EQ(list.fDelLinkedList(2), 1);
-  list.fAddPatternLinkedList(1, Text(text));
-  list.fDeleteLinkedList(list.fGetNode(1));
-  EXPECT_EQ(list.fGetLinkedListCnt(), 1);  // entry 4 is left for the destructor
+  EXPECT_EQ(list.fPatternComp(newest->m_pstNext, 5, Text(rule)), 0);
+  EXPECT_EQ(list.fPatternClear(newest->m_pstNext, -1), -1);
+  list.fAddPatternLinkedList(3, Text(value));
+  list.fAddLinkedList(4, 1, 1, 3, Text(rule));
+  list.fAddPatternLinkedList(4, Text(value));
+  list.fDeleteLinkedList(list.fGetNode(3));
+  EXPECT_EQ(list.fGetLinkedListCnt(), 2);  // entry 4 and the older rule of 3 are left for the destructor
 }
 
 }  // namespace

@@ -1,10 +1,6 @@
-// Shared by the logger tests: a fake clock, and a temporary installation
-// laid out the way the logger expects it relative to its working directory:
-//
-//   <tmp>/utils/ETC/ShCmd, <tmp>/utils/INSTALL/recentlogfile.sh   ("../../utils/...")
-//   <tmp>/root/work          the working directory during the test
-//   <tmp>/root/aproc/shell   ("../aproc/shell/recentlogfile.dat")
-//   <tmp>/logs/              the log path prefix
+// Shared by the logger tests: a fake clock, and a temporary installation laid
+// out as the logger expects it from its working directory <tmp>/root/work:
+// <tmp>/utils/ETC/ShCmd ("../../utils/..."), and the log directory <tmp>/logs/.
 #pragma once
 
 #include <fcntl.h>
@@ -23,32 +19,18 @@
 
 namespace omnilogtest {
 
-// The logger's time source in tests: whatever g_llFakeNow holds.
 inline std::atomic<long long> g_llFakeNow{0};
 inline time_t FakeClock() { return static_cast<time_t>(g_llFakeNow.load()); }
 
 // Local time of the given calendar moment, whatever the time zone.
 inline time_t LocalTime(int year, int month, int day, int hour = 12, int minute = 0, int second = 0) {
-  struct tm tmv = {};
-  tmv.tm_year = year - 1900;
-  tmv.tm_mon = month - 1;
-  tmv.tm_mday = day;
-  tmv.tm_hour = hour;
-  tmv.tm_min = minute;
-  tmv.tm_sec = second;
+  struct tm tmv = testsupport::CalendarTime(year, month, day, hour, minute, second);
   tmv.tm_isdst = -1;
   return mktime(&tmv);
 }
-
 inline void SetNow(int year, int month, int day, int hour = 12, int minute = 0, int second = 0) {
   g_llFakeNow.store(static_cast<long long>(LocalTime(year, month, day, hour, minute, second)));
 }
-
-inline void SetMtime(const std::string& path, time_t when) {
-  struct timespec times[2] = {{when, 0}, {when, 0}};
-  utimensat(AT_FDCWD, path.c_str(), times, 0);
-}
-
 inline char* Text(const std::string& text) { return const_cast<char*>(text.c_str()); }
 
 // Runs the test body inside the layout above, at 15 March 2024 14:30:05.
@@ -58,9 +40,8 @@ class LoggerLayout : public ::testing::Test {
     char cwd[4096];
     ASSERT_NE(getcwd(cwd, sizeof(cwd)), nullptr);
     m_oldCwd = cwd;
-    for (const char* dir : {"/utils", "/utils/ETC", "/utils/INSTALL", "/root", "/root/work", "/logs"}) {
+    for (const char* dir : {"/utils", "/utils/ETC", "/root", "/root/work", "/logs"})
       ASSERT_EQ(mkdir((m_tmp.path() + dir).c_str(), 0755), 0) << dir;
-    }
     ASSERT_EQ(chdir((m_tmp.path() + "/root/work").c_str()), 0);
     SetNow(2024, 3, 15, 14, 30, 5);
   }
@@ -68,17 +49,14 @@ class LoggerLayout : public ::testing::Test {
     ASSERT_EQ(chdir(m_oldCwd.c_str()), 0);
     unsetenv("OMNILOG_LOG_PATH");
   }
-
-  // Prefix of the log files, with its trailing "/".
+  // The log directory and its files, with the trailing "/".
   std::string LogDir() const { return m_tmp.path() + "/logs/"; }
   std::string LogFile(const std::string& name) const { return LogDir() + name; }
-  // A fresh subdirectory of the log directory, with its trailing "/".
   std::string SubDir(const std::string& name) const {
     const std::string dir = LogDir() + name + "/";
     EXPECT_EQ(mkdir(dir.c_str(), 0755), 0) << dir;
     return dir;
   }
-
   // Installs a script under utils/: the project's own (text empty) or a stand-in.
   void InstallScript(const std::string& relative, const std::string& text = "") {
     const std::string target = m_tmp.path() + "/utils/" + relative;
@@ -86,7 +64,6 @@ class LoggerLayout : public ::testing::Test {
     ASSERT_TRUE(testsupport::WriteFile(target, text.empty() ? testsupport::ReadFile(source) : text)) << target;
     ASSERT_EQ(chmod(target.c_str(), 0755), 0);
   }
-
   // A logger on the fake clock writing under `dir`; `thread` as the
   // constructor's fourth argument, or none when negative.
   static std::unique_ptr<COmniLog> MakeLogger(const std::string& dir, int mode = 2, const std::string& name = "SER",

@@ -1,301 +1,160 @@
-// The agent end to end: growing watched logs in a temporary directory, the
-// event files it hands off, and what it must not lose.
+// The agent end to end: growing watched logs and the event files it hands off.
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <unistd.h>
 #include <utime.h>
 
 #include <algorithm>
-#include <memory>
-
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "AgentConfig.h"
 #include "TestSupport.h"
 
 namespace {
 
-using testsupport::AgentProcess;
-using testsupport::AppendFile;
-using testsupport::ListDir;
-using testsupport::PollFor;
-using testsupport::ReadFile;
-using testsupport::Readable;
-using testsupport::TempDir;
-using testsupport::WatchEntry;
-using testsupport::WriteFile;
+using namespace testsupport;
 
-constexpr int kWaitMs = 8000;
-
-// A working directory with out/ and log/, a configuration and the agent.
-class Agent {
- public:
-  Agent() {
-    mkdir(m_dir.file("out").c_str(), 0755);
-    mkdir(m_dir.file("log").c_str(), 0755);
-    mkdir(m_dir.file("logs").c_str(), 0755);
+// The events of several logs, each cut by its own delimiters (a value
+// without the tilde separator names a single delimiter), land in one event
+// file, byte for byte.
+TEST(Gather, EventsOfSeveralLogsReachTheCollectorByteExact) {
+  AgentDir agent;
+  const struct { std::string delimitor, lines; } logs[] = {
+      {",{~}NULL", "aN,b,95\na,b,50\n"}, {";", "c;d;96\n"}, {"\t{~} ", "e\tf 97\n"}};
+  std::vector<WatchEntry> entries;
+  for (int i = 0; i < 3; ++i) {
+    const std::string path = agent.Path("logs/" + std::to_string(i + 1) + ".log");
+    ASSERT_TRUE(WriteFile(path, logs[i].lines));
+    entries.push_back(CpuRule(i + 1, path));
+    entries.back().delimitor = logs[i].delimitor;
   }
-  void Start(const std::vector<WatchEntry>& entries) {
-    std::string config = testsupport::GlobalLines(m_dir.path(), "NORMAL");
-    for (const auto& e : entries) config += testsupport::EntryLines(e);
-    ASSERT_TRUE(WriteFile(m_dir.file("agent.conf"), config));
-    m_agent = std::make_unique<AgentProcess>(m_dir.path(), std::vector<std::string>{"agent.conf"});
-  }
-  std::string Path(const std::string& name) const { return m_dir.file(name); }
-
-  // The handed-off event files, oldest first.
-  std::vector<std::string> OutFiles() const {
-    std::vector<std::string> outs;
-    for (const auto& name : ListDir(m_dir.file("out")))
-      if (name.rfind("out_", 0) == 0) outs.push_back(name);
-    return outs;
-  }
-  // All handed-off events, in readable notation.
-  std::string Events() const {
-    std::string all;
-    for (const auto& name : OutFiles()) all += Readable(ReadFile(m_dir.file("out/" + name)));
-    return all;
-  }
-  bool WaitForEvents(size_t lines, int ms = kWaitMs) const {
-    return PollFor([&] {
-      const std::string events = Events();
-      return std::count(events.begin(), events.end(), '\n') >= static_cast<long>(lines);
-    }, ms);
-  }
-  std::string Stderr() const { return m_agent ? m_agent->Stderr() : ""; }
-
- private:
-  TempDir m_dir;
-  std::unique_ptr<AgentProcess> m_agent;
-};
-
-WatchEntry CpuRule(int index, const std::string& name, int type) {
-  WatchEntry e;
-  e.index = index;
-  e.name = name;
-  e.type = type;
-  e.number = "3{~}2{~}90{~}1{~}{~}";
-  return e;
-}
-
-TEST(Gather, RuleEventReachesTheCollectorByteExact) {
-  Agent real;
-  ASSERT_TRUE(WriteFile(real.Path("logs/app.log"), "a,b,95\na,b,50\n"));
-  real.Start({CpuRule(1, real.Path("logs/app.log"), 2)});
-  ASSERT_TRUE(real.WaitForEvents(1));
-  const auto outs = real.OutFiles();
+  agent.Start(entries);
+  ASSERT_TRUE(agent.WaitForEvents(3));
+  const auto outs = agent.OutFiles();
   ASSERT_EQ(outs.size(), 1u);
-  EXPECT_EQ(ReadFile(real.Path("out/" + outs[0])),
-            std::string("1|1\x03\x1f\x7c") + "2\x03\x1f\x7c" + "COLUMN[3] Value[95] > 90, ORIGINAL_MSG:a,b,95\n");
+  EXPECT_EQ(ReadFile(agent.Path("out/" + outs[0])),
+            "1|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[95] > 90, ORIGINAL_MSG:aN,b,95\n"
+            "2|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[96] > 90, ORIGINAL_MSG:c;d;96\n"
+            "3|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[97] > 90, ORIGINAL_MSG:e\tf 97\n");
   EXPECT_EQ(outs[0].size(), std::string("out_20220627-101112").size());
 }
 
 TEST(Gather, UnfinishedLastLineIsEvaluatedWholeOnceCompleted) {
-  Agent real;
-  ASSERT_TRUE(WriteFile(real.Path("logs/app.log"), "x,y,91\nx,y,9"));
-  real.Start({CpuRule(1, real.Path("logs/app.log"), 2)});
-  ASSERT_TRUE(real.WaitForEvents(1));
-  AppendFile(real.Path("logs/app.log"), "9\n");
-  ASSERT_TRUE(real.WaitForEvents(2));
-  EXPECT_EQ(real.Events(),
-            "1|1{|}2{|}COLUMN[3] Value[91] > 90, ORIGINAL_MSG:x,y,91\n"
-            "1|1{|}2{|}COLUMN[3] Value[99] > 90, ORIGINAL_MSG:x,y,99\n");
+  AgentDir agent;
+  const std::string path = agent.AppLog("x,y,91\nx,y,9");
+  agent.Start({CpuRule(1, path)});
+  ASSERT_TRUE(agent.WaitForEvents(1));
+  ASSERT_TRUE(AppendFile(path, "9\n"));
+  ASSERT_TRUE(agent.WaitForEvents(2));
+  EXPECT_EQ(agent.Events(), CpuEvent(1, "x,y,91") + CpuEvent(1, "x,y,99"));
 }
 
 // A cycle's events are held and written together: far more than the holding
-// buffer (32 KB), and one line longer than all of it, still arrive whole and
-// in line order.
+// buffer (32 KB), and one line longer than it, arrive whole and in order.
 TEST(Gather, EventsBeyondTheHoldingBufferArriveWholeAndInOrder) {
-  Agent real;
-  std::string log;
-  std::string expected;
+  AgentDir agent;
+  std::string log, expected;
   for (int i = 0; i < 61; ++i) {
     const std::string line = "r" + std::to_string(i) + std::string(i == 30 ? 40000 : 1500, 'x') + ",b,95";
     log += line + "\n";
-    expected += "1|1{|}2{|}COLUMN[3] Value[95] > 90, ORIGINAL_MSG:" + line + "\n";
+    expected += CpuEvent(1, line);
   }
-  ASSERT_TRUE(WriteFile(real.Path("logs/app.log"), log));
-  real.Start({CpuRule(1, real.Path("logs/app.log"), 2)});
-  ASSERT_TRUE(real.WaitForEvents(61));
-  EXPECT_EQ(real.Events(), expected);
-  EXPECT_EQ(real.OutFiles().size(), 1u);
-}
-
-// Log type 0 skips what the file holds at the first look; type 2 reads it.
-TEST(Gather, LogTypesDecideWhereReadingStarts) {
-  struct Case {
-    int type;
-    std::string expected;
-  };
-  const Case cases[] = {
-      {0, "1|1{|}2{|}COLUMN[3] Value[97] > 90, ORIGINAL_MSG:new,line,97\n"},
-      {2,
-       "1|1{|}2{|}COLUMN[3] Value[95] > 90, ORIGINAL_MSG:old,line,95\n"
-       "1|1{|}2{|}COLUMN[3] Value[97] > 90, ORIGINAL_MSG:new,line,97\n"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.type);
-    Agent agent;
-    WatchEntry e = CpuRule(1, agent.Path("logs/app.log"), c.type);
-    ASSERT_TRUE(WriteFile(agent.Path("logs/app.log"), "old,line,95\n"));
-    agent.Start({e});
-    // The first cycle has run once the agent wrote its heartbeat and one more second passed.
-    ASSERT_TRUE(PollFor([&] { return testsupport::FileExists(agent.Path("LoggerAlive")); }, kWaitMs));
-    usleep(1500000);
-    AppendFile(agent.Path("logs/app.log"), "new,line,97\n");
-    ASSERT_TRUE(agent.WaitForEvents(c.type == 0 ? 1 : 2));
-    usleep(1200000);
-    EXPECT_EQ(agent.Events(), c.expected);
-  }
-}
-
-TEST(Gather, WholeFileTypeRereadsEveryCycle) {
-  Agent agent;
-  WatchEntry e = CpuRule(1, agent.Path("logs/app.log"), 1);
-  ASSERT_TRUE(WriteFile(agent.Path("logs/app.log"), "a,b,93\n"));
-  agent.Start({e});
-  // The file does not change, yet every cycle reads it whole again.
-  ASSERT_TRUE(agent.WaitForEvents(3));
-  EXPECT_GE(agent.OutFiles().size(), 3u);
-}
-
-TEST(Gather, TruncatedFileIsReadAgainFromItsStart) {
-  Agent agent;
-  WatchEntry e = CpuRule(1, agent.Path("logs/app.log"), 2);
-  ASSERT_TRUE(WriteFile(agent.Path("logs/app.log"), std::string(2000, 'z') + "\nlong,line,95\n"));
-  agent.Start({e});
-  ASSERT_TRUE(agent.WaitForEvents(1));
-  ASSERT_TRUE(WriteFile(agent.Path("logs/app.log"), "s,t,96\n"));
-  ASSERT_TRUE(agent.WaitForEvents(2));
-  EXPECT_NE(agent.Events().find("ORIGINAL_MSG:s,t,96\n"), std::string::npos);
+  agent.Start({CpuRule(1, agent.AppLog(log))});
+  ASSERT_TRUE(agent.WaitForEvents(61));
+  EXPECT_EQ(agent.Events(), expected);
+  EXPECT_EQ(agent.OutFiles().size(), 1u);
 }
 
 TEST(Gather, WildcardReadsTheNewestVisibleMatch) {
-  Agent agent;
-  WatchEntry e = CpuRule(1, agent.Path("logs/app_[YYYYMMDD].log"), 2);
+  AgentDir agent;
+  WatchEntry e = CpuRule(1, agent.Path("logs/app_[YYYYMMDD].log"));
   e.checkType = 0;
-  const struct {
-    const char* name;
-    const char* line;
-    time_t age;
-  } files[] = {{"app_20240101.log", "old,file,91\n", 300},
-               {"app_20240102.log", "new,file,92\n", 100},
-               {".app_20240103.log", "hidden,file,93\n", 0},
-               {"other_20240104.log", "other,file,94\n", 0}};
-  const time_t now = time(nullptr);
+  const struct { const char *name, *line; time_t age; } files[] = {
+      {"app_20240101.log", "old,file,91\n", 300}, {"app_20240102.log", "new,file,92\n", 100},
+      {".app_20240103.log", "hidden,file,93\n", 0}, {"other_20240104.log", "other,file,94\n", 0}};
   for (const auto& f : files) {
-    ASSERT_TRUE(WriteFile(agent.Path(std::string("logs/") + f.name), f.line));
-    struct utimbuf times = {now - f.age, now - f.age};
-    utime(agent.Path(std::string("logs/") + f.name).c_str(), &times);
+    const std::string path = agent.Path(std::string("logs/") + f.name);
+    ASSERT_TRUE(WriteFile(path, f.line));
+    const struct utimbuf times = {time(nullptr) - f.age, time(nullptr) - f.age};
+    ASSERT_EQ(utime(path.c_str(), &times), 0);
   }
   agent.Start({e});
   ASSERT_TRUE(agent.WaitForEvents(1));
-  usleep(1500000);
-  EXPECT_EQ(agent.Events(), "1|1{|}2{|}COLUMN[3] Value[92] > 90, ORIGINAL_MSG:new,file,92\n");
+  ASSERT_TRUE(agent.WaitForCycles(1));
+  EXPECT_EQ(agent.Events(), CpuEvent(1, "new,file,92"));
 }
 
-// The seconds token changes the file every second; each file is read from its start when it becomes current.
+// The seconds token changes the file every second; each file is read from
+// its start when it becomes current, and once.
 TEST(Gather, DatedNameFollowsTheClock) {
-  Agent agent;
-  WatchEntry e = CpuRule(1, agent.Path("logs/app_[ss].log"), 2);
+  AgentDir agent;
   for (int s = 0; s < 61; ++s) {
-    char name[32], line[32];
-    snprintf(name, sizeof(name), "logs/app_%02d.log", s);
-    snprintf(line, sizeof(line), "%02d,s,95\n", s);
-    ASSERT_TRUE(WriteFile(agent.Path(name), line));
+    const std::string ss = std::string(s < 10 ? "0" : "") + std::to_string(s);
+    ASSERT_TRUE(WriteFile(agent.Path("logs/app_" + ss + ".log"), ss + ",s,95\n"));
   }
-  agent.Start({e});
+  agent.Start({CpuRule(1, agent.Path("logs/app_[ss].log"))});
   ASSERT_TRUE(agent.WaitForEvents(3));
   const std::string events = agent.Events();
   std::vector<std::string> seconds;
   for (size_t at = events.find("ORIGINAL_MSG:"); at != std::string::npos; at = events.find("ORIGINAL_MSG:", at + 1))
     seconds.push_back(events.substr(at + 13, 2));
-  std::vector<std::string> unique = seconds;
-  std::sort(unique.begin(), unique.end());
-  unique.erase(std::unique(unique.begin(), unique.end()), unique.end());
-  EXPECT_EQ(unique.size(), seconds.size()) << "every file is read once: " << events;
+  std::sort(seconds.begin(), seconds.end());
+  EXPECT_EQ(std::unique(seconds.begin(), seconds.end()), seconds.end()) << "every file is read once: " << events;
 }
 
 TEST(Gather, EntriesSharingAFileReadItOnceAndBothEvaluate) {
-  Agent agent;
-  WatchEntry a = CpuRule(3, agent.Path("logs/shared.log"), 2);
-  WatchEntry b = a;
+  AgentDir agent;
+  WatchEntry a = CpuRule(3, agent.AppLog("x,FAIL,95\n")), b = a;
   b.index = 7;
   b.number = "NULL";
   b.text = "2{~}4{~}FAIL{~}1";
-  ASSERT_TRUE(WriteFile(agent.Path("logs/shared.log"), "x,FAIL,95\n"));
   agent.Start({a, b});
   ASSERT_TRUE(agent.WaitForEvents(2));
-  usleep(1500000);
-  EXPECT_EQ(agent.Events(),
-            "3|1{|}2{|}COLUMN[3] Value[95] > 90, ORIGINAL_MSG:x,FAIL,95\n"
-            "7|2{|}4{|}COLUMN[2] Value[FAIL] == FAIL, ORIGINAL_MSG:x,FAIL,95\n");
+  ASSERT_TRUE(agent.WaitForCycles(1));
+  EXPECT_EQ(agent.Events(), CpuEvent(3, "x,FAIL,95") + "7|2{|}4{|}COLUMN[2] Value[FAIL] == FAIL, ORIGINAL_MSG:x,FAIL,95\n");
   EXPECT_EQ(agent.OutFiles().size(), 1u);
 }
 
-TEST(Gather, OneEventFileHoldsTheEventsOfSeveralLogs) {
-  Agent agent;
-  WatchEntry a = CpuRule(1, agent.Path("logs/a.log"), 2);
-  WatchEntry b = CpuRule(2, agent.Path("logs/b.log"), 2);
-  ASSERT_TRUE(WriteFile(agent.Path("logs/a.log"), "a,a,91\n"));
-  ASSERT_TRUE(WriteFile(agent.Path("logs/b.log"), "b,b,92\n"));
-  agent.Start({a, b});
-  ASSERT_TRUE(agent.WaitForEvents(2));
-  const auto outs = agent.OutFiles();
-  ASSERT_EQ(outs.size(), 1u);
-  EXPECT_EQ(agent.Events(),
-            "1|1{|}2{|}COLUMN[3] Value[91] > 90, ORIGINAL_MSG:a,a,91\n"
-            "2|1{|}2{|}COLUMN[3] Value[92] > 90, ORIGINAL_MSG:b,b,92\n");
-}
-
-TEST(Gather, BackPressureDelaysWithoutLosingLines) {
-  Agent agent;
-  WatchEntry e = CpuRule(1, agent.Path("logs/app.log"), 2);
-  for (int i = 0; i < 200; ++i) ASSERT_TRUE(WriteFile(agent.Path("out/waiting_" + std::to_string(i)), ""));
-  ASSERT_TRUE(WriteFile(agent.Path("logs/app.log"), "a,b,91\n"));
-  agent.Start({e});
-  ASSERT_TRUE(PollFor([&] { return testsupport::FileExists(agent.Path("LoggerAlive")); }, kWaitMs));
-  AppendFile(agent.Path("logs/app.log"), "a,b,92\n");
-  usleep(2500000);
-  EXPECT_TRUE(agent.OutFiles().empty());
-  unlink(agent.Path("out/waiting_0").c_str());
-  ASSERT_TRUE(agent.WaitForEvents(2));
-  EXPECT_EQ(agent.Events(),
-            "1|1{|}2{|}COLUMN[3] Value[91] > 90, ORIGINAL_MSG:a,b,91\n"
-            "1|1{|}2{|}COLUMN[3] Value[92] > 90, ORIGINAL_MSG:a,b,92\n");
-}
-
-}  // namespace
-
-namespace {
-
-// The delimiters come from the log whose turn it is; a value without the
-// tilde separator names a single delimiter.
-TEST(Gather, DelimiterSpecificationsCutColumns) {
-  struct Case {
-    const char* name;
-    std::string delimitor;
-    std::string line;
-    std::string event;
-  };
-  const Case cases[] = {
-      {"single, no separator", ";", "a;b;95", "COLUMN[3] Value[95] > 90, ORIGINAL_MSG:a;b;95"},
-      {"single with NULL", ";{~}NULL", "a;b;96", "COLUMN[3] Value[96] > 90, ORIGINAL_MSG:a;b;96"},
-      {"tab or blank", "\t{~} ", "a\tb 97", "COLUMN[3] Value[97] > 90, ORIGINAL_MSG:a\tb 97"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    Agent agent;
-    WatchEntry e = CpuRule(1, agent.Path("logs/app.log"), 2);
-    e.delimitor = c.delimitor;
-    ASSERT_TRUE(WriteFile(agent.Path("logs/app.log"), c.line + "\n"));
-    agent.Start({e});
-    ASSERT_TRUE(agent.WaitForEvents(1));
-    EXPECT_EQ(agent.Events(), "1|1{|}2{|}" + c.event + "\n");
+// The cycle reads a log in pieces of at most 255 characters, each ending at a
+// line end or earlier, and joins them into lines. Lines long and short around
+// every piece boundary, over several of the reader's chunks: every line is
+// evaluated whole, once, the pieces are counted as fgets would cut them, and
+// the offset ends at the last line end.
+TEST(Gather, LinesAcrossPieceAndChunkBoundariesAreReadWhole) {
+  const size_t kPiece = 255, kLengths[] = {5, 80, 253, 254, 255, 256, 300, 509, 510, 511, 700, 0, 1};
+  std::string log, expected;
+  long pieces = 0;
+  int hits = 0;
+  for (int i = 0; i < 260; ++i) {
+    const size_t len = kLengths[i % 13];
+    const bool hit = len >= 5 && i % 7 == 0;
+    std::string line = len < 5 ? std::string(len, 'z')
+                               : (hit ? "HIT," : "abc,") + std::string(len - 4, static_cast<char>('a' + i % 26));
+    if (hit) {
+      expected += "1|2{|}1{|}COLUMN[1] Value[HIT] == HIT, ORIGINAL_MSG:" + line + "\n";
+      ++hits;
+    }
+    if (i == 100) line[3] = '\0';  // a NUL byte inside a line still counts as a byte
+    log += line + "\n";
+    pieces += static_cast<long>((line.size() + kPiece) / kPiece);
   }
+  const size_t complete = log.size();
+  log += "HIT,unfinished";  // no line end: read as a piece, not evaluated
+  ++pieces;
+  ASSERT_GT(log.size(), 3u * 16384u);
+  ASSERT_LT(pieces, 800);  // below the read throttle's pause
+  ASSERT_LT(hits, 100);    // below the event ceiling of a turn
+  AgentDir agent;
+  WatchEntry e;
+  e.name = agent.AppLog(log);
+  e.text = "1{~}1{~}HIT{~}1";
+  agent.Start({e});
+  const std::string counts = "log count = " + std::to_string(pieces) + ", fault count = " + std::to_string(hits);
+  ASSERT_TRUE(agent.WaitForDiag(counts)) << "expected \"" << counts << "\" in:\n" << agent.Diag();
+  EXPECT_NE(agent.Diag().find("LOG offset save : " + std::to_string(complete)), std::string::npos);
+  ASSERT_TRUE(agent.WaitForEvents(1));
+  EXPECT_EQ(agent.Events(), expected);
 }
 
 }  // namespace

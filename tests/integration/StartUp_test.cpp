@@ -4,82 +4,51 @@
 
 #include <ctime>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
-#include "AgentConfig.h"
 #include "TestSupport.h"
 
 namespace {
 
-using testsupport::AgentProcess;
-using testsupport::FileExists;
-using testsupport::PollFor;
-using testsupport::ReadFile;
-using testsupport::TempDir;
-using testsupport::WriteFile;
-
-std::string Today() {
-  time_t now = time(nullptr);
-  struct tm t;
-  localtime_r(&now, &t);
-  char buf[16];
-  strftime(buf, sizeof(buf), "%Y%m%d", &t);
-  return buf;
-}
+using namespace testsupport;
 
 TEST(StartUp, FailuresEndWithTheirStatusAndMessage) {
-  struct Case {
-    const char* name;
-    std::string config;  // empty: no configuration file at all
-    int status;
-    std::string err;
+  const std::string logs = "LOG_PATH=./\nLOG_MODE=NOLOG\nLOG_VALIDDAY=3\n", out = "OUTPUT_PATH=./\nLINE_WAIT_CNT=1\n";
+  const struct { const char* name; std::string config, err; } cases[] = {  // no config: no file at all
+      {"missing file", "", ""},
+      {"no LOG_PATH", "LOG_MODE=DEBUG\nLOG_VALIDDAY=3\n" + out, ""},
+      {"no LOG_VALIDDAY", "LOG_PATH=./\nLOG_MODE=DEBUG\n" + out, "LOG_VALIDDAY is NULL\n"},
+      {"no LOG_MODE", "LOG_PATH=./\nLOG_VALIDDAY=3\n" + out, "LOG_MODE is NULL\n"},
+      {"no OUTPUT_PATH", logs + "LINE_WAIT_CNT=1\n", "OUTPUT_PATH is NULL\n"},
+      {"no LINE_WAIT_CNT", logs + "OUTPUT_PATH=./\n", "LINE_WAIT_CNT is NULL\n"},
+      {"LINE_WAIT_CNT too long", logs + "OUTPUT_PATH=./\nLINE_WAIT_CNT=" + std::string(64, '1') + "\n",
+       "LINE_WAIT_CNT is too long (64 characters, at most 63)\n"},
   };
-  const std::string out = "OUTPUT_PATH=./\nLINE_WAIT_CNT=1\n";
-  const Case cases[] = {
-      {"missing file", "", 0, ""},
-      {"no LOG_PATH", "LOG_MODE=DEBUG\nLOG_VALIDDAY=3\n" + out, 0, ""},
-      {"no LOG_VALIDDAY", "LOG_PATH=./\nLOG_MODE=DEBUG\n" + out, 0, "LOG_VALIDDAY is NULL\n"},
-      {"no LOG_MODE", "LOG_PATH=./\nLOG_VALIDDAY=3\n" + out, 0, "LOG_MODE is NULL\n"},
-      {"neither", "LOG_PATH=./\n" + out, 0, "LOG_VALIDDAY is NULL\n"},
-      {"no OUTPUT_PATH", "LOG_PATH=./\nLOG_MODE=NOLOG\nLOG_VALIDDAY=3\nLINE_WAIT_CNT=1\n", 0, "OUTPUT_PATH is NULL\n"},
-      {"no LINE_WAIT_CNT", "LOG_PATH=./\nLOG_MODE=NOLOG\nLOG_VALIDDAY=3\nOUTPUT_PATH=./\n", 0,
-       "LINE_WAIT_CNT is NULL\n"},
-  };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     TempDir dir;
-    if (!c.config.empty()) {
-      ASSERT_TRUE(WriteFile(dir.file("agent.conf"), c.config));
-    }
+    ASSERT_TRUE(c.config.empty() || WriteFile(dir.file("agent.conf"), c.config));
     AgentProcess agent(dir.path(), {"agent.conf"});
-    EXPECT_EQ(agent.Wait(15000), c.status);
+    EXPECT_EQ(agent.Wait(15000), 0);
     EXPECT_EQ(agent.Stderr(), c.err);
     EXPECT_FALSE(FileExists(dir.file("agent.conf_lock")));
   }
 }
 
+// A bad argument gets one line and a non-zero status.
 TEST(StartUp, BadCommandLineGetsOneLineAndNonZeroStatus) {
   TempDir dir;
-  struct Case {
-    const char* name;
-    std::vector<std::string> args;
-  };
-  const Case cases[] = {{"no argument", {}}, {"empty argument", {""}}, {"256 characters", {std::string(256, 'c')}}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    AgentProcess agent(dir.path(), c.args);
-    const int status = agent.Wait(5000);
-    EXPECT_GT(status, 0);
+  for (const std::vector<std::string>& args : {std::vector<std::string>{}, {""}, {std::string(256, 'c')}}) {
+    SCOPED_TRACE(args.size());
+    AgentProcess agent(dir.path(), args);
+    EXPECT_GT(agent.Wait(5000), 0);
     const std::string err = agent.Stderr();
-    EXPECT_FALSE(err.empty());
-    EXPECT_EQ(err.find('\n'), err.size() - 1) << err;
+    EXPECT_TRUE(!err.empty() && err.find('\n') == err.size() - 1) << err;
   }
-  // 255 characters is still a path the agent accepts (the file is missing: status 0, silent).
-  std::string longest;
-  for (int i = 0; i < 121; ++i) longest += "./";
-  longest += "missing1.conf";
-  ASSERT_EQ(longest.size(), 255u);
+  std::string longest = "missing1.conf";  // 255 characters: accepted (missing: status 0, silent)
+  while (longest.size() < 255) longest = "./" + longest;
   AgentProcess agent(dir.path(), {longest});
   EXPECT_EQ(agent.Wait(5000), 0);
   EXPECT_EQ(agent.Stderr(), "");
@@ -88,22 +57,15 @@ TEST(StartUp, BadCommandLineGetsOneLineAndNonZeroStatus) {
 TEST(StartUp, HeartbeatIsRecreatedEmptyReadOnlyAndRefreshed) {
   TempDir dir;
   mkdir(dir.file("out").c_str(), 0755);
-  ASSERT_TRUE(WriteFile(dir.file("agent.conf"), testsupport::GlobalLines(dir.path(), "NOLOG")));
-  // An old heartbeat with other permissions and content is replaced.
-  ASSERT_TRUE(WriteFile(dir.file("LoggerAlive"), "stale"));
-  chmod(dir.file("LoggerAlive").c_str(), 0644);
-  struct stat before;
-  ASSERT_EQ(stat(dir.file("LoggerAlive").c_str(), &before), 0);
-
+  ASSERT_TRUE(WriteFile(dir.file("agent.conf"), GlobalLines(dir.path(), "NOLOG")));
+  ASSERT_TRUE(WriteFile(dir.file("LoggerAlive"), "stale"));  // replaced, mode and content
   AgentProcess agent(dir.path(), {"agent.conf"});
-  struct stat first;
+  struct stat first, later;
   ASSERT_TRUE(PollFor([&] { return stat(dir.file("LoggerAlive").c_str(), &first) == 0 && first.st_size == 0; }, 5000));
-  const mode_t umask_now = umask(0);
-  umask(umask_now);
-  EXPECT_EQ(first.st_mode & 0777, 0444 & ~umask_now);
-
+  const mode_t mask = umask(0);
+  umask(mask);
+  EXPECT_EQ(first.st_mode & 0777, 0444 & ~mask);
   // More than ten seconds later the file is made anew.
-  struct stat later;
   ASSERT_TRUE(PollFor([&] {
     return stat(dir.file("LoggerAlive").c_str(), &later) == 0 && later.st_mtime > first.st_mtime + 10;
   }, 20000));
@@ -111,38 +73,32 @@ TEST(StartUp, HeartbeatIsRecreatedEmptyReadOnlyAndRefreshed) {
   EXPECT_EQ(agent.Wait(0), -1) << "the agent keeps running";
 }
 
-TEST(StartUp, FirstDiagnosticRecordsGoToTheDaysFile) {
+// The first records go to the day's file as "[HHMMSS][INFO][LOG]message",
+// in this order; PRINT=ON echoes them to standard error.
+TEST(StartUp, FirstDiagnosticRecordsGoToTheDaysFileAndTheConsole) {
   TempDir dir;
   mkdir(dir.file("out").c_str(), 0755);
   mkdir(dir.file("log").c_str(), 0755);
-  ASSERT_TRUE(WriteFile(dir.file("agent.conf"), testsupport::GlobalLines(dir.path(), "DEBUG")));
+  ASSERT_TRUE(WriteFile(dir.file("agent.conf"), GlobalLines(dir.path(), "DEBUG") + "PRINT=ON\n"));
   AgentProcess agent(dir.path(), {"agent.conf"});
-  const std::string log = dir.file("log/" + Today() + "_SER.log");
+  const time_t now = time(nullptr);
+  struct tm t;
+  char day[16];
+  strftime(day, sizeof(day), "%Y%m%d", localtime_r(&now, &t));
+  const std::string log = dir.file("log/" + std::string(day) + "_SER.log");
   ASSERT_TRUE(PollFor([&] { return ReadFile(log).find("LogGather end") != std::string::npos; }, 5000));
   const std::string text = ReadFile(log);
-  // "[HHMMSS][INFO][LOG]message", in this order.
-  const char* expected[] = {"fLoadConfInfo start", "fLoadConfInfo end", "LogGather start", "Old Event Count = 0",
-                            "LogGather end"};
   size_t at = 0;
-  for (const char* message : expected) {
+  for (const char* message :
+       {"fLoadConfInfo start", "fLoadConfInfo end", "LogGather start", "Old Event Count = 0", "LogGather end"}) {
     SCOPED_TRACE(message);
-    const size_t found = text.find(std::string("[INFO][LOG]") + message + "\n", at);
+    const size_t found = text.find(std::string("][INFO][LOG]") + message + "\n", at);
     ASSERT_NE(found, std::string::npos) << text;
-    ASSERT_GE(found, 8u);
-    EXPECT_EQ(text[found - 8], '[');
-    EXPECT_EQ(text.substr(found - 1, 1), "]");
+    ASSERT_GE(found, 7u);
+    EXPECT_EQ(text[found - 7], '[');
     at = found;
   }
-  EXPECT_EQ(agent.Stderr(), "");
-}
-
-TEST(StartUp, PrintOnEchoesRecordsToStandardError) {
-  TempDir dir;
-  mkdir(dir.file("out").c_str(), 0755);
-  mkdir(dir.file("log").c_str(), 0755);
-  ASSERT_TRUE(WriteFile(dir.file("agent.conf"), testsupport::GlobalLines(dir.path(), "ERROR") + "PRINT=ON\n"));
-  AgentProcess agent(dir.path(), {"agent.conf"});
-  ASSERT_TRUE(PollFor([&] { return agent.Stderr().find("[INFO][LOG]LogGather end\n") != std::string::npos; }, 5000));
+  EXPECT_NE(agent.Stderr().find("[INFO][LOG]LogGather end\n"), std::string::npos) << agent.Stderr();
 }
 
 }  // namespace

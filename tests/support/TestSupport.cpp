@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <grp.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -10,10 +11,9 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <thread>
 
 namespace testsupport {
@@ -25,18 +25,48 @@ void RemoveTree(const std::string& path) {
   if (lstat(path.c_str(), &st) != 0) return;
   if (S_ISDIR(st.st_mode)) {
     chmod(path.c_str(), 0700);
-    if (DIR* dir = opendir(path.c_str())) {
-      while (struct dirent* ent = readdir(dir)) {
-        if (strcmp(ent->d_name, ".") == 0 || strcmp(ent->d_name, "..") == 0) continue;
-        RemoveTree(path + "/" + ent->d_name);
-      }
-      closedir(dir);
-    }
+    for (const auto& name : ListDir(path)) RemoveTree(path + "/" + name);
     rmdir(path.c_str());
   } else {
     unlink(path.c_str());
   }
 }
+
+// Both pairs are of three-character texts.
+std::string Replace(const std::string& text, const char* from1, const char* to1, const char* from2, const char* to2) {
+  std::string out;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const bool one = text.compare(i, 3, from1) == 0, two = !one && text.compare(i, 3, from2) == 0;
+    out += one ? std::string(to1) : two ? std::string(to2) : std::string(1, text[i]);
+    if (one || two) i += 2;
+  }
+  return out;
+}
+
+constexpr uid_t kNobody = 65534;  // user and group "nobody" / "nogroup"
+bool BecomeNobody() { return setgroups(0, nullptr) == 0 && setgid(kNobody) == 0 && setuid(kNobody) == 0; }
+
+// Starts argv[0] with standard input, output and error on these files.
+pid_t Spawn(const std::vector<std::string>& argv, const std::string& cwd, const std::string& in,
+            const std::string& out, const std::string& err, bool asNobody) {
+  const pid_t pid = fork();
+  if (pid != 0) return pid;
+  const int fdIn = open(in.c_str(), O_RDONLY);
+  const int fdOut = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  const int fdErr = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  if (fdIn < 0 || fdOut < 0 || fdErr < 0 || (!cwd.empty() && chdir(cwd.c_str()) != 0)) _exit(126);
+  dup2(fdIn, 0);
+  dup2(fdOut, 1);
+  dup2(fdErr, 2);
+  if (asNobody && !BecomeNobody()) _exit(126);
+  std::vector<char*> args;
+  for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+  args.push_back(nullptr);
+  execv(args[0], args.data());
+  _exit(127);
+}
+
+int ExitStatus(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -2; }
 
 }  // namespace
 
@@ -50,25 +80,17 @@ TempDir::~TempDir() {
   if (m_path != "/tmp") RemoveTree(m_path);
 }
 
-std::string TempDir::file(const std::string& name) const { return m_path + "/" + name; }
-
 std::string ReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  std::ostringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 bool WriteFile(const std::string& path, const std::string& content) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out << content;
-  return static_cast<bool>(out);
+  return static_cast<bool>(std::ofstream(path, std::ios::binary | std::ios::trunc) << content);
 }
 
 bool AppendFile(const std::string& path, const std::string& content) {
-  std::ofstream out(path, std::ios::binary | std::ios::app);
-  out << content;
-  return static_cast<bool>(out);
+  return static_cast<bool>(std::ofstream(path, std::ios::binary | std::ios::app) << content);
 }
 
 bool FileExists(const std::string& path) {
@@ -80,8 +102,7 @@ std::vector<std::string> ListDir(const std::string& path) {
   std::vector<std::string> names;
   if (DIR* dir = opendir(path.c_str())) {
     while (struct dirent* ent = readdir(dir)) {
-      if (strcmp(ent->d_name, ".") == 0 || strcmp(ent->d_name, "..") == 0) continue;
-      names.emplace_back(ent->d_name);
+      if (strcmp(ent->d_name, ".") != 0 && strcmp(ent->d_name, "..") != 0) names.emplace_back(ent->d_name);
     }
     closedir(dir);
   }
@@ -89,71 +110,84 @@ std::vector<std::string> ListDir(const std::string& path) {
   return names;
 }
 
+std::string ReadAll(const std::string& dir, const std::string& prefix) {
+  std::string all;
+  for (const auto& name : ListDir(dir))
+    if (name.rfind(prefix, 0) == 0) all += ReadFile(dir + "/" + name);
+  return all;
+}
+
+size_t Count(const std::string& text, const std::string& what) {
+  size_t n = 0;
+  for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) ++n;
+  return n;
+}
+
 std::string Sep(const std::string& readable) {
-  std::string out;
-  for (size_t i = 0; i < readable.size();) {
-    if (readable.compare(i, 3, "{~}") == 0) {
-      out += "\x03\x1f\x7e";
-      i += 3;
-    } else if (readable.compare(i, 3, "{|}") == 0) {
-      out += "\x03\x1f\x7c";
-      i += 3;
-    } else {
-      out += readable[i++];
-    }
-  }
-  return out;
+  return Replace(readable, "{~}", "\x03\x1f\x7e", "{|}", "\x03\x1f\x7c");
 }
 
 std::string Readable(const std::string& bytes) {
-  std::string out;
-  for (size_t i = 0; i < bytes.size();) {
-    if (bytes.compare(i, 3, "\x03\x1f\x7e") == 0) {
-      out += "{~}";
-      i += 3;
-    } else if (bytes.compare(i, 3, "\x03\x1f\x7c") == 0) {
-      out += "{|}";
-      i += 3;
-    } else {
-      out += bytes[i++];
-    }
-  }
-  return out;
+  return Replace(bytes, "\x03\x1f\x7e", "{~}", "\x03\x1f\x7c", "{|}");
+}
+
+struct tm CalendarTime(int year, int month, int day, int hour, int minute, int second) {
+  struct tm t = {};
+  t.tm_year = year - 1900;
+  t.tm_mon = month - 1;
+  t.tm_mday = day;
+  t.tm_hour = hour;
+  t.tm_min = minute;
+  t.tm_sec = second;
+  return t;
 }
 
 bool PollFor(const std::function<bool()>& done, int timeout_ms) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
-  while (true) {
-    if (done()) return true;
+  while (!done()) {
     if (std::chrono::steady_clock::now() >= deadline) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
+  return true;
 }
 
-AgentProcess::AgentProcess(const std::string& workdir, const std::vector<std::string>& args) {
+std::string AgentBinary() { return COLUMNLOGS_BIN; }
+std::string ToolBinary() { return std::string(COLUMNLOGS_BINARY_DIR) + "/bin/ColumnTool"; }
+std::string RealLogsDir() { return std::string(COLUMNLOGS_SOURCE_DIR) + "/tests/data/real-logs"; }
+
+RunResult RunProgram(const std::vector<std::string>& argv, const std::string& input, const std::string& cwd) {
+  TempDir io;
+  RunResult result;
+  WriteFile(io.file("in"), input);
+  const pid_t pid = Spawn(argv, cwd, io.file("in"), io.file("out"), io.file("err"), false);
+  int status = 0;
+  if (pid < 0 || waitpid(pid, &status, 0) != pid) return result;
+  result.status = ExitStatus(status);
+  result.out = ReadFile(io.file("out"));
+  result.err = ReadFile(io.file("err"));
+  return result;
+}
+
+RunResult Tool(std::vector<std::string> args, const std::string& input) {
+  args.insert(args.begin(), ToolBinary());
+  return RunProgram(args, input);
+}
+
+bool NobodyCanRunAgent() {
+  const pid_t pid = fork();
+  if (pid == 0) _exit(BecomeNobody() && access(AgentBinary().c_str(), X_OK) == 0 ? 0 : 1);
+  int status = 0;
+  return pid > 0 && waitpid(pid, &status, 0) == pid && ExitStatus(status) == 0;
+}
+
+AgentProcess::AgentProcess(const std::string& workdir, const std::vector<std::string>& args, bool asNobody) {
   static int counter = 0;
   const std::string stem = workdir + "/.agent_" + std::to_string(getpid()) + "_" + std::to_string(counter++);
   m_errPath = stem + ".err";
   m_outPath = stem + ".out";
-  std::vector<std::string> argv_store;
-  argv_store.push_back(AgentBinary());
-  argv_store.insert(argv_store.end(), args.begin(), args.end());
-  m_pid = fork();
-  if (m_pid == 0) {
-    if (chdir(workdir.c_str()) != 0) _exit(127);
-    int err = open(m_errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    int out = open(m_outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (err < 0 || out < 0) _exit(127);
-    dup2(err, 2);
-    dup2(out, 1);
-    int devnull = open("/dev/null", O_RDONLY);
-    if (devnull >= 0) dup2(devnull, 0);
-    std::vector<char*> argv;
-    for (auto& a : argv_store) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    execv(argv[0], argv.data());
-    _exit(127);
-  }
+  std::vector<std::string> argv = {AgentBinary()};
+  argv.insert(argv.end(), args.begin(), args.end());
+  m_pid = Spawn(argv, workdir, "/dev/null", m_outPath, m_errPath, asNobody);
 }
 
 AgentProcess::~AgentProcess() {
@@ -164,37 +198,93 @@ AgentProcess::~AgentProcess() {
 
 int AgentProcess::Wait(int timeout_ms) {
   if (m_pid <= 0) return -2;
-  if (!m_reaped) {
-    PollFor([&] {
-      int status = 0;
-      pid_t r = waitpid(m_pid, &status, WNOHANG);
-      if (r == m_pid) {
-        m_reaped = true;
-        m_status = status;
-        return true;
-      }
-      return false;
-    }, timeout_ms);
-  }
-  if (!m_reaped) return -1;
-  return WIFEXITED(m_status) ? WEXITSTATUS(m_status) : -2;
+  PollFor([&] { return m_reaped || (m_reaped = waitpid(m_pid, &m_status, WNOHANG) == m_pid); }, timeout_ms);
+  return m_reaped ? ExitStatus(m_status) : -1;
 }
 
 void AgentProcess::Kill() {
   if (m_pid > 0 && !m_reaped) {
     kill(m_pid, SIGKILL);
-    int status = 0;
-    waitpid(m_pid, &status, 0);
-    m_reaped = true;
-    m_status = status;
+    m_reaped = waitpid(m_pid, &m_status, 0) == m_pid;
   }
 }
 
-std::string AgentProcess::Stderr() const { return ReadFile(m_errPath); }
-std::string AgentProcess::Stdout() const { return ReadFile(m_outPath); }
+std::string EntryLines(const WatchEntry& e) {
+  char prefix[16];
+  snprintf(prefix, sizeof(prefix), "LOG%02d_", e.index);
+  const std::string p = prefix;
+  return Sep(p + "NAME=" + e.name + "\n" + p + "TYPE=" + std::to_string(e.type) + "\n" + p +
+             "CHECK_TYPE=" + std::to_string(e.checkType) + "\n" + p + "SECLOG_LEVEL_CNT=" + e.secLog + "\n" + p +
+             "DELIMITOR=" + e.delimitor + "\n" + p + "NUMBER_PATTERN=" + e.number + "\n" + p +
+             "CHAR_PATTERN=" + e.text + "\n" + p + "DATE_PATTERN=" + e.date + "\n" + p + "PATTERN=" + e.pattern +
+             "\n");
+}
 
-std::string AgentBinary() { return COLUMNLOGS_BIN; }
+std::string GlobalLines(const std::string& dir, const std::string& mode, const std::string& logDir,
+                        const std::string& outDir) {
+  return "LOG_PATH=" + dir + "/" + logDir + "/\nLOG_MODE=" + mode + "\nLOG_VALIDDAY=7\nOUTPUT_PATH=" + dir + "/" +
+         outDir + "/\nLINE_WAIT_CNT=10\n";
+}
 
-std::string RealLogsDir() { return std::string(COLUMNLOGS_SOURCE_DIR) + "/tests/data/real-logs"; }
+WatchEntry CpuRule(int index, const std::string& name, int type) {
+  WatchEntry e{index, name, type};
+  e.number = "3{~}2{~}90{~}1{~}{~}";
+  return e;
+}
+
+std::string CpuEvent(int index, const std::string& line) {
+  const size_t third = line.find(',', line.find(',') + 1) + 1;
+  const std::string value = line.substr(third, line.find(',', third) - third);
+  return std::to_string(index) + "|1{|}2{|}COLUMN[3] Value[" + value + "] > 90, ORIGINAL_MSG:" + line + "\n";
+}
+
+AgentDir::AgentDir() {
+  for (const char* sub : {"logs", "out", "log"}) mkdir(Path(sub).c_str(), 0755);
+}
+
+std::string AgentDir::AppLog(const std::string& content) const {
+  WriteFile(Path("logs/app.log"), content);
+  return Path("logs/app.log");
+}
+
+void AgentDir::Start(const std::vector<WatchEntry>& entries, const std::string& logDir, const std::string& outDir,
+                     bool unprivileged) {
+  std::string config = GlobalLines(Dir(), "NORMAL", logDir, outDir);
+  for (const auto& e : entries) config += EntryLines(e);
+  WriteFile(Path("agent.conf"), config);
+  m_logDir = logDir;
+  m_outDir = outDir;
+  const bool asNobody = unprivileged && geteuid() == 0;
+  if (asNobody) {
+    // Opened up to nobody: only the directories whose mode the test has not set itself.
+    for (const char* name : {"logs", "out", "log"}) {
+      struct stat st;
+      if (stat(Path(name).c_str(), &st) == 0 && (st.st_mode & 07777) == 0755) chmod(Path(name).c_str(), 0777);
+    }
+    chmod(Dir().c_str(), 0777);
+  }
+  m_agent = std::make_unique<AgentProcess>(Dir(), std::vector<std::string>{"agent.conf"}, asNobody);
+}
+
+std::vector<std::string> AgentDir::OutFiles() const {
+  std::vector<std::string> outs;
+  for (const auto& name : ListDir(Path(m_outDir)))
+    if (name.rfind("out_", 0) == 0) outs.push_back(name);
+  return outs;
+}
+
+std::string AgentDir::Events() const { return Readable(ReadAll(Path(m_outDir), "out_")); }
+size_t AgentDir::EventCount() const { return Count(Events(), "\n"); }
+bool AgentDir::WaitForEvents(size_t lines, int ms) const {
+  return PollFor([&] { return EventCount() >= lines; }, ms);
+}
+std::string AgentDir::Diag() const { return ReadAll(Path(m_logDir)); }
+bool AgentDir::WaitForDiag(const std::string& text, int ms) const {
+  return PollFor([&] { return Diag().find(text) != std::string::npos; }, ms);
+}
+bool AgentDir::WaitForCycles(int cycles, int ms) const {
+  const size_t start = Count(Diag(), "LogGather end");
+  return PollFor([&] { return Count(Diag(), "LogGather end") >= start + static_cast<size_t>(cycles); }, ms);
+}
 
 }  // namespace testsupport

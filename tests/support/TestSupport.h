@@ -1,12 +1,12 @@
-// Helpers shared by the test binaries: temporary directories, whole-file I/O,
-// the readable separator notation, and running the real agent as a child.
+// Helpers shared by the test binaries: temporary directories, files, the
+// readable separator notation, configuration entries, running programs.
 #pragma once
 
 #include <sys/types.h>
 
 #include <ctime>
-
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,11 +18,8 @@ class TempDir {
   TempDir();
   ~TempDir();
   TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-
   const std::string& path() const { return m_path; }
-  // path() + "/" + name
-  std::string file(const std::string& name) const;
+  std::string file(const std::string& name) const { return m_path + "/" + name; }
 
  private:
   std::string m_path;
@@ -31,58 +28,102 @@ class TempDir {
 std::string ReadFile(const std::string& path);
 bool WriteFile(const std::string& path, const std::string& content);
 bool AppendFile(const std::string& path, const std::string& content);
-bool FileExists(const std::string& path);
+bool FileExists(const std::string& path);  // also a dangling link
 // Names in a directory, "." and ".." left out, sorted.
 std::vector<std::string> ListDir(const std::string& path);
+// Concatenation of the files in `dir` whose names start with `prefix`, in name order.
+std::string ReadAll(const std::string& dir, const std::string& prefix = "");
+// Occurrences of `what` in `text`.
+size_t Count(const std::string& text, const std::string& what);
 
 // "{~}" -> 03 1F 7E and "{|}" -> 03 1F 7C; the reverse for Readable().
 std::string Sep(const std::string& readable);
 std::string Readable(const std::string& bytes);
 
-// A calendar moment as a struct tm (no time zone applied), for the pure
-// functions that take one.
-inline struct tm CalendarTime(int year, int month, int day, int hour, int minute, int second) {
-  struct tm t = {};
-  t.tm_year = year - 1900;
-  t.tm_mon = month - 1;
-  t.tm_mday = day;
-  t.tm_hour = hour;
-  t.tm_min = minute;
-  t.tm_sec = second;
-  return t;
-}
+// A calendar moment as a struct tm (no time zone applied).
+struct tm CalendarTime(int year, int month, int day, int hour, int minute, int second);
 
 // Polls `done` every 20 ms until it holds or `timeout_ms` has passed.
 bool PollFor(const std::function<bool()>& done, int timeout_ms);
 
-// The agent started as a child process in `workdir` with `args`; standard
-// error (and output) go to files that can be read while it runs.
+std::string AgentBinary();
+std::string ToolBinary();
+std::string RealLogsDir();
+
+// A finished child: exit status (-2 after a signal, -1 when it could not run) and output.
+struct RunResult { int status = -1; std::string out, err; };
+// Runs argv[0] (a path) with `input` as standard input, in `cwd` when given.
+RunResult RunProgram(const std::vector<std::string>& argv, const std::string& input = "", const std::string& cwd = "");
+// The companion tool with these arguments.
+RunResult Tool(std::vector<std::string> args, const std::string& input = "");
+
+// Whether user nobody may run the agent binary (every directory above it must let it through).
+bool NobodyCanRunAgent();
+
+// The agent as a child in `workdir`, its standard error readable while it
+// runs; `asNobody`: as user nobody (file modes bind root's children only so).
 class AgentProcess {
  public:
-  AgentProcess(const std::string& workdir, const std::vector<std::string>& args);
+  AgentProcess(const std::string& workdir, const std::vector<std::string>& args, bool asNobody = false);
   ~AgentProcess();  // kills the child if it still runs
   AgentProcess(const AgentProcess&) = delete;
-  AgentProcess& operator=(const AgentProcess&) = delete;
-
-  pid_t pid() const { return m_pid; }
-  // Waits up to timeout_ms for the exit; returns the exit status, or -1 when
-  // it still runs (or ended by a signal: then -2).
+  // Waits up to timeout_ms; the exit status, -1 while it runs, -2 after a signal.
   int Wait(int timeout_ms);
   void Kill();
-  std::string Stderr() const;
-  std::string Stdout() const;
+  std::string Stderr() const { return ReadFile(m_errPath); }
 
  private:
   pid_t m_pid = -1;
-  std::string m_errPath;
-  std::string m_outPath;
-  int m_status = -1;
+  std::string m_errPath, m_outPath;
+  int m_status = 0;
   bool m_reaped = false;
 };
 
-// Path of the agent executable built with the tests.
-std::string AgentBinary();
-// Directory of the bundled real log samples.
-std::string RealLogsDir();
+// One LOGnn_ entry of an agent configuration, values in readable notation.
+struct WatchEntry {
+  int index = 1;
+  std::string name;
+  int type = 2;       // 0 end, 1 whole file, 2 start
+  int checkType = 1;  // 0 wildcard, else dated
+  std::string secLog = "NULL", delimitor = ",{~}NULL", number = "NULL", text = "NULL", date = "NULL", pattern = "NULL";
+};
+std::string EntryLines(const WatchEntry& e);  // with the separator bytes
+// The global keys: diagnostic log in <dir>/<logDir>/, events in <dir>/<outDir>/.
+std::string GlobalLines(const std::string& dir, const std::string& mode = "DEBUG", const std::string& logDir = "log",
+                        const std::string& outDir = "out");
+// Column 3 above 90 fires at level 2 ("x,y,NN" lines), and its event for `line` (readable).
+WatchEntry CpuRule(int index, const std::string& name, int type = 2);
+std::string CpuEvent(int index, const std::string& line);
+
+// A working directory with logs/, out/ and log/, a configuration, the agent,
+// and what it reports: handed-off events, diagnostic records, standard error.
+class AgentDir {
+ public:
+  AgentDir();
+  std::string Path(const std::string& name) const { return m_dir.file(name); }
+  const std::string& Dir() const { return m_dir.path(); }
+  // Writes logs/app.log and returns its path.
+  std::string AppLog(const std::string& content = "a,b,91\n") const;
+  // Writes the configuration (LOG_PATH, OUTPUT_PATH: directories in here) and
+  // starts the agent, as user nobody with `unprivileged` when run as root.
+  void Start(const std::vector<WatchEntry>& entries, const std::string& logDir = "log",
+             const std::string& outDir = "out", bool unprivileged = false);
+  std::vector<std::string> OutFiles() const;
+  std::string Events() const;  // handed-off events, oldest first, readable
+  size_t EventCount() const;
+  bool WaitForEvents(size_t lines, int ms = 10000) const;
+  std::string Diag() const;  // every diagnostic record so far
+  bool WaitForDiag(const std::string& text, int ms = 10000) const;
+  bool WaitForCycles(int cycles, int ms = 10000) const;  // more gather cycles ended
+  void Stop() { m_agent.reset(); }  // as a kill or a reboot would
+  int Wait(int ms) { return m_agent ? m_agent->Wait(ms) : -2; }
+  bool Running() { return Wait(0) == -1; }
+  std::string Stderr() const { return m_agent ? m_agent->Stderr() : ""; }
+
+ private:
+  TempDir m_dir;
+  std::string m_logDir = "log", m_outDir = "out";
+  std::unique_ptr<AgentProcess> m_agent;
+};
 
 }  // namespace testsupport
