@@ -1,6 +1,8 @@
 // Shared by the logger tests: a fake clock, and a temporary installation laid
 // out as the logger expects it from its working directory <tmp>/root/work:
-// <tmp>/utils/ETC/ShCmd ("../../utils/..."), and the log directory <tmp>/logs/.
+// <tmp>/utils/ETC/ShCmd and <tmp>/utils/INSTALL/recentlogfile.sh
+// ("../../utils/..."), its answer in <tmp>/root/aproc/shell, and the log
+// directory <tmp>/logs/.
 #pragma once
 
 #include <fcntl.h>
@@ -40,7 +42,7 @@ class LoggerLayout : public ::testing::Test {
     char cwd[4096];
     ASSERT_NE(getcwd(cwd, sizeof(cwd)), nullptr);
     m_oldCwd = cwd;
-    for (const char* dir : {"/utils", "/utils/ETC", "/root", "/root/work", "/logs"})
+    for (const char* dir : {"/utils", "/utils/ETC", "/utils/INSTALL", "/root", "/root/work", "/logs"})
       ASSERT_EQ(mkdir((m_tmp.path() + dir).c_str(), 0755), 0) << dir;
     ASSERT_EQ(chdir((m_tmp.path() + "/root/work").c_str()), 0);
     SetNow(2024, 3, 15, 14, 30, 5);

@@ -1,5 +1,6 @@
-// The threaded writer (not used by the agent) under concurrent producers;
-// the ThreadSanitizer check runs it.
+// The threaded writer (not used by the agent, but by other programs that
+// share the library): record shape, queue limit, drain at stop, concurrent
+// producers. The ThreadSanitizer check runs it.
 #include <sstream>
 #include <string>
 #include <thread>
@@ -25,6 +26,46 @@ class OmniLogThread : public omnilogtest::LoggerLayout {
     return lines;
   }
 };
+
+// Records keep their source position; a file name is cut to 63 characters
+// and a message to 2047.
+TEST_F(OmniLogThread, QueuedRecordsCarrySourceAndLineAsInfo) {
+  auto log = MakeThreaded();
+  log->fLogWrite(1, Text("LOG"), Text("debug in normal mode"));
+  log->fLogWrite(3, 42, Text("Gather.cpp"), Text("positioned"));
+  log->fLogWrite(2, 7, Text(std::string(70, 'f')), Text(std::string(3000, 'm')));
+  ASSERT_TRUE(testsupport::PollFor([&] { return Records().size() == 3; }, 5000));
+  EXPECT_EQ(Records(), (std::vector<std::string>{"[143005][INFO][src][0]debug in normal mode",
+                                                 "[143005][INFO][Gather.cpp][42]positioned",
+                                                 "[143005][INFO][" + std::string(63, 'f') + "][7]" +
+                                                     std::string(2047, 'm')}));
+  // The writer thread's own time formatter is reentrant.
+  char buf[16] = {};
+  const time_t when = omnilogtest::LocalTime(2024, 3, 5, 7, 8, 9);
+  EXPECT_EQ(log->fGetThreadDayTime(static_cast<int>(when), buf, 3), static_cast<int>(when));
+  EXPECT_STREQ(buf, "20240305-070809");
+}
+
+// At most 500 waiting messages (one more gets past the count); stopping
+// writes, in order, what the writer had not reached.
+TEST_F(OmniLogThread, QueueLimitDropsAndDrainKeepsOrder) {
+  auto log = MakeThreaded();
+  Queue<MessageQWriteLog*>* queue = log->fGetMessageQueue();
+  ASSERT_NE(queue, nullptr);
+  // The writer first sleeps 100 ms: the burst lands in an untouched queue.
+  for (int i = 0; i < 600; ++i) log->fLogWrite(3, Text("LOG"), Text("m" + std::to_string(i)));
+  EXPECT_EQ(queue->getCount(), 501);
+  // Once the writer has taken one, a message is accepted again; it takes
+  // one message per wake-up, so the backlog is far from drained.
+  ASSERT_TRUE(testsupport::PollFor([&] { return queue->getCount() <= 500; }, 5000));
+  log->fLogWrite(3, Text("LOG"), Text("late"));
+  EXPECT_GT(queue->getCount(), 250);
+  log.reset();  // stops the writer; what it had not reached is written now
+  const std::vector<std::string> lines = Records();
+  ASSERT_EQ(lines.size(), 502u);
+  for (int i = 0; i <= 500; ++i) EXPECT_EQ(lines[i], "[143005][INFO][src][0]m" + std::to_string(i));
+  EXPECT_EQ(lines[501], "[143005][INFO][src][0]late");
+}
 
 // Each producer's records are all there, in its own order (and under
 // ThreadSanitizer without a report).

@@ -192,4 +192,38 @@ TEST_F(OmniLog, RotationSequenceDropsTheTriggeringRecord) {
   EXPECT_EQ(noted.find(LogFile("20240315_SER_2.log")), std::string::npos) << noted;
 }
 
+// Only names with "AGENT" or "agent" ask, at the first record only; an
+// answer is used only when it names a file of today. Only dates reach the shell.
+TEST_F(OmniLog, RecentFileLookupAndItsAnswer) {
+  struct Case { const char *name, *answer, *file; bool asks; } cases[] = {
+      {"MY_AGENT", "20240315_MY_AGENT_3.log\n", "20240315_MY_AGENT_3.log", true},
+      {"agent1", "20240314_agent1_2.log\n", "20240315_agent1.log", true},  // not today's date
+      {"agent2", "20240315", "20240315_agent2.log", true},                   // 8 characters or fewer
+      {"agent3", nullptr, "20240315_agent3.log", true},                      // no answer at all
+      {"agent4", "20240315_agent4_7.log", "20240315_agent4_7.log", true},    // last line without newline
+      {"Agent", "20240315_Agent_3.log\n", "20240315_Agent.log", false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::string script = "#!/bin/sh\necho \"$1\" >> ../lookups.txt\nmkdir -p ../aproc/shell\ncd ../aproc/shell\n"
+                         "rm -f recentlogfile.dat\n";
+    if (c.answer != nullptr) script += "printf '%s' '" + std::string(c.answer) + "' > recentlogfile.dat\n";
+    InstallScript("INSTALL/recentlogfile.sh", script);
+    unlink("../lookups.txt");
+    const std::string dir = SubDir(c.name);
+    auto log = MakeLogger(dir, 2, c.name);
+    Write(*log, "x");
+    EXPECT_EQ(ListDir(dir), std::vector<std::string>{c.file});
+    SetNow(2024, 3, 16, 0, 0, 1);
+    Write(*log, "y");  // a day change never asks again
+    SetNow(2024, 3, 15, 14, 30, 5);
+    EXPECT_EQ(ReadFile("../lookups.txt"), c.asks ? "20240315\n" : "");
+  }
+  auto log = MakeLogger(LogDir(), 2, "MY_AGENT");
+  for (const char* date : {"2024031", "202403150", "2024031x", "$(touch ../pwned)"})
+    EXPECT_EQ(log->fGetRecentLogFile(Text(date)), -1) << date;
+  EXPECT_EQ(log->fGetRecentLogFile(nullptr), -1);
+  EXPECT_FALSE(FileExists("../pwned"));
+}
+
 }  // namespace
