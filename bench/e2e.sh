@@ -305,7 +305,7 @@ phase_d() {
   sleep $((settle + 1))
   R[d_hwm]=$(status_kb "$agent" VmHWM)
   R[d_rss]=$(status_kb "$agent" VmRSS)
-  R[d_events]=$(cat "$d"/out/out_* 2>/dev/null | wc -l)
+  R[d_events]=$( (cat "$d"/out/out_* 2>/dev/null || true) | wc -l)
   stop "$agent"
 }
 
