@@ -1,17 +1,11 @@
 // Column rule evaluation and event output of CColumnLogger, driven as a gather
 // cycle drives them; events are read back from the event file.
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <random>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "ColumnLogger.h"
 #include "TestSupport.h"

@@ -1,9 +1,5 @@
 // Loading whole configuration files, written with the real separator bytes,
 // into the watch and rule registries.
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "ColumnLogger.h"
 #include "OmniLog.h"

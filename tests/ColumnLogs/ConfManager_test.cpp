@@ -1,15 +1,7 @@
-#include "ConfManager.h"
-
-#include <sys/time.h>
-#include <unistd.h>
-
 #include <chrono>
-#include <ctime>
-#include <functional>
-#include <string>
+#include <sys/time.h>
 
-#include <gtest/gtest.h>
-
+#include "ConfManager.h"
 #include "OmniLog.h"
 #include "TestSupport.h"
 

@@ -1,11 +1,7 @@
 // CColumnLogger::fFilePointSeek: where reading resumes for each log type, on
 // the first look and later, when the file has grown, not grown, shrunk or gone.
-#include <unistd.h>
 
 #include <cstdio>
-#include <string>
-
-#include <gtest/gtest.h>
 
 #include "ColumnLogger.h"
 #include "TestSupport.h"

@@ -1,11 +1,6 @@
-#include "LogFileList.h"
-
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
+#include "LogFileList.h"
 #include "OmniLog.h"
 #include "StrPattern.h"
 #include "TestSupport.h"

@@ -1,8 +1,5 @@
 #include "ObjectBuffer.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
+#include "TestSupport.h"
 
 namespace {
 

@@ -1,10 +1,7 @@
-#include "ObjectList.h"
-
-#include <gtest/gtest.h>
-
 #include <cstdint>
-#include <string>
-#include <vector>
+
+#include "ObjectList.h"
+#include "TestSupport.h"
 
 namespace {
 

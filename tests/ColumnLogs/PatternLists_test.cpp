@@ -1,8 +1,5 @@
-#include <gtest/gtest.h>
 
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "CharPatternList.h"
 #include "DatePatternList.h"

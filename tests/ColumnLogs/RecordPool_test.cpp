@@ -1,11 +1,7 @@
 // CRecordPool (alignment and slot layout are asserted at compile time):
 // records come zero-filled, hold their own bytes, and are reused zero-filled.
 #include "RecordPool.h"
-
-#include <cstring>
-#include <vector>
-
-#include <gtest/gtest.h>
+#include "TestSupport.h"
 
 namespace {
 

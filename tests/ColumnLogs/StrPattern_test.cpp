@@ -1,11 +1,8 @@
 // The pattern engine: examples, edge cases, compile limits, a generated property.
-#include "StrPattern.h"
-
-#include <gtest/gtest.h>
-
 #include <random>
-#include <string>
-#include <vector>
+
+#include "StrPattern.h"
+#include "TestSupport.h"
 
 namespace {
 

@@ -1,14 +1,10 @@
 // The writer's queue and its message record.
-#include "MessageQueue.h"
-
 #include <atomic>
 #include <chrono>
-#include <string>
 #include <thread>
 
-#include <gtest/gtest.h>
-
 #include "MessageQWriteLog.h"
+#include "MessageQueue.h"
 #include "TestSupport.h"
 
 namespace {

@@ -5,16 +5,8 @@
 // directory <tmp>/logs/.
 #pragma once
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <atomic>
-#include <ctime>
-#include <memory>
-#include <string>
-
-#include <gtest/gtest.h>
+#include <fcntl.h>
 
 #include "OmniLog.h"
 #include "TestSupport.h"

@@ -2,9 +2,7 @@
 // share the library): record shape, queue limit, drain at stop, concurrent
 // producers. The ThreadSanitizer check runs it.
 #include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "OmniLogTestEnv.h"
 

@@ -1,12 +1,8 @@
 // Logger core and file lifecycle: record format and file names, grades and
 // modes, open failures, the day switch, size rotation, retention, compression.
 // (The recent-file continuation serves logger names with "AGENT"; the agent's is "SER".)
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <string>
-#include <vector>
 
 #include "OmniLogTestEnv.h"
 

@@ -1,15 +1,7 @@
 // The agent keeps running through file system faults and hostile input, says
 // what went wrong, and once repaired goes on without losing what it promises.
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <ctime>
-#include <functional>
 #include <iostream>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
 

@@ -1,13 +1,6 @@
 // The agent end to end: growing watched logs and the event files it hands off.
-#include <sys/stat.h>
-#include <unistd.h>
-#include <utime.h>
-
 #include <algorithm>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
+#include <utime.h>
 
 #include "TestSupport.h"
 

@@ -1,12 +1,5 @@
 // The agent as a newcomer starts it: a hand-written configuration in an empty
 // directory, the real executable, its exit status and standard error.
-#include <sys/stat.h>
-
-#include <ctime>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
 

@@ -4,14 +4,10 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <thread>
@@ -152,8 +148,6 @@ bool PollFor(const std::function<bool()>& done, int timeout_ms) {
 }
 
 std::string AgentBinary() { return COLUMNLOGS_BIN; }
-std::string ToolBinary() { return std::string(COLUMNLOGS_BINARY_DIR) + "/bin/ColumnTool"; }
-std::string RealLogsDir() { return std::string(COLUMNLOGS_SOURCE_DIR) + "/tests/data/real-logs"; }
 
 RunResult RunProgram(const std::vector<std::string>& argv, const std::string& input, const std::string& cwd) {
   TempDir io;
@@ -169,7 +163,7 @@ RunResult RunProgram(const std::vector<std::string>& argv, const std::string& in
 }
 
 RunResult Tool(std::vector<std::string> args, const std::string& input) {
-  args.insert(args.begin(), ToolBinary());
+  args.insert(args.begin(), std::string(COLUMNLOGS_BINARY_DIR) + "/bin/ColumnTool");
   return RunProgram(args, input);
 }
 
@@ -191,7 +185,10 @@ AgentProcess::AgentProcess(const std::string& workdir, const std::vector<std::st
 }
 
 AgentProcess::~AgentProcess() {
-  Kill();
+  if (m_pid > 0 && !m_reaped) {
+    kill(m_pid, SIGKILL);
+    waitpid(m_pid, &m_status, 0);
+  }
   unlink(m_errPath.c_str());
   unlink(m_outPath.c_str());
 }
@@ -200,13 +197,6 @@ int AgentProcess::Wait(int timeout_ms) {
   if (m_pid <= 0) return -2;
   PollFor([&] { return m_reaped || (m_reaped = waitpid(m_pid, &m_status, WNOHANG) == m_pid); }, timeout_ms);
   return m_reaped ? ExitStatus(m_status) : -1;
-}
-
-void AgentProcess::Kill() {
-  if (m_pid > 0 && !m_reaped) {
-    kill(m_pid, SIGKILL);
-    m_reaped = waitpid(m_pid, &m_status, 0) == m_pid;
-  }
 }
 
 std::string EntryLines(const WatchEntry& e) {
@@ -274,11 +264,9 @@ std::vector<std::string> AgentDir::OutFiles() const {
 }
 
 std::string AgentDir::Events() const { return Readable(ReadAll(Path(m_outDir), "out_")); }
-size_t AgentDir::EventCount() const { return Count(Events(), "\n"); }
 bool AgentDir::WaitForEvents(size_t lines, int ms) const {
   return PollFor([&] { return EventCount() >= lines; }, ms);
 }
-std::string AgentDir::Diag() const { return ReadAll(Path(m_logDir)); }
 bool AgentDir::WaitForDiag(const std::string& text, int ms) const {
   return PollFor([&] { return Diag().find(text) != std::string::npos; }, ms);
 }

@@ -2,9 +2,6 @@
 // gives a tree the agent runs from, with its relative paths resolving from
 // its working directory and a configuration holding the tree's paths. (The
 // package check looks at the tree's files, modes and unit.)
-#include <string>
-
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
 

@@ -1,13 +1,5 @@
 // ColumnTool check: good and broken configurations, the exit status and the
 // reason it prints for each.
-#include <sys/stat.h>
-
-#include <ctime>
-#include <functional>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
 

@@ -1,10 +1,6 @@
 // ColumnTool replay against the agent itself: the same configuration and the
 // same real log, read by the agent (log type 2, whole file in its first
 // cycle) and by replay; the event bytes must be identical.
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
 
@@ -47,7 +43,8 @@ TEST(ColumnToolReplay, RawEventsEqualWhatTheAgentWritesForTheSameFile) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.log);
     AgentDir agent;
-    const std::string log = agent.AppLog(ReadFile(RealLogsDir() + "/" + c.log)), conf = agent.Path("agent.conf");
+    const std::string log = agent.AppLog(ReadFile(std::string(COLUMNLOGS_SOURCE_DIR "/tests/data/real-logs/") + c.log));
+    const std::string conf = agent.Path("agent.conf");
     std::vector<WatchEntry> entries = c.entries;
     for (WatchEntry& e : entries) e.name = log;
     agent.Start(entries);

@@ -1,11 +1,7 @@
 // The recent-file script utils/INSTALL/recentlogfile.sh, run as the logger
 // runs it, and its answer file ../aproc/shell/recentlogfile.dat.
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-
-#include <string>
-#include <vector>
 
 #include "../LIB/OmniLogTestEnv.h"
 

@@ -1,10 +1,7 @@
 // The command runner utils/ETC/ShCmd, run as the logger runs it: from a
 // working directory two levels below the installation's utils/.
-#include <sys/wait.h>
-
 #include <chrono>
-#include <string>
-#include <vector>
+#include <sys/wait.h>
 
 #include "../LIB/OmniLogTestEnv.h"
 
