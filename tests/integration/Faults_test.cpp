@@ -1,5 +1,5 @@
-// The agent keeps running through file system faults and hostile input, says
-// what went wrong, and once repaired goes on without losing what it promises.
+// The agent runs on through file system faults and hostile input, says what
+// went wrong, and once repaired goes on without losing what it promises.
 
 #include <iostream>
 
@@ -20,7 +20,7 @@ bool SkipUnprivileged(bool unprivileged, const char* name) {
 // The file behind the name changes. A file shorter than the saved offset is
 // read again from its start, a longer replacement up to the old offset counts
 // as read; one that is gone or unreadable is skipped with a record every
-// cycle and read on once it opens again. Every line is read once.
+// cycle (`error`) and read on once it opens again. Every line is read once.
 TEST(Faults, WatchedFileChangedOrUnreadableUnderTheAgent) {
   const std::string first = "a,b,91,padding-padding-padding-padding";
   const Change moveAway = [](const std::string& p) {
@@ -28,14 +28,9 @@ TEST(Faults, WatchedFileChangedOrUnreadableUnderTheAgent) {
   };
   const Change moveBack = [](const std::string& p) { rename((p + ".real").c_str(), p.c_str()); };
   const Change readable = [](const std::string& p) { chmod(p.c_str(), 0644); };
-  const struct {
-    const char* name;
-    bool unprivileged;
-    std::string error;  // text of the "log file open fail" record; "" = none
-    Change fault, repair;
-  } cases[] = {
-      {"deleted, then created again", false, "", [](const std::string& p) { unlink(p.c_str()), WriteFile(p, "c,d,92\n"); },
-       nullptr},
+  const struct { const char* name; bool unprivileged; std::string error; Change fault, repair; } cases[] = {
+      {"deleted, then created again", false, "",
+       [](const std::string& p) { unlink(p.c_str()), WriteFile(p, "c,d,92\n"); }, nullptr},
       {"truncated, then appended to", false, "",
        [](const std::string& p) { truncate(p.c_str(), 0), AppendFile(p, "c,d,92\n"); }, nullptr},
       {"replaced by a longer file", false, "",  // its first line has the old length: skipped as read
@@ -144,11 +139,7 @@ TEST(Faults, HandOffNeverReplacesAWaitingEventFile) {
 // per-log ceiling); without its diagnostic directory the logger says so on
 // standard error and the agent works on. Once repaired, all arrive again.
 TEST(Faults, OutputOrDiagnosticDirectoryFaultUntilRepaired) {
-  const struct {
-    const char* name;
-    bool output;  // the output directory, else the diagnostic one
-    std::string dir, error;
-  } cases[] = {
+  const struct { const char* name; bool output; std::string dir, error; } cases[] = {  // output: else diagnostic
       {"output directory missing", true, "missing", "Old Event Count = -1"},
       {"output directory read-only", true, "out", ""},  // a mode: the agent runs as nobody
       {"log directory missing", false, "diag", "No such file or directory"},
