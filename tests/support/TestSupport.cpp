@@ -12,6 +12,8 @@
 #include <iterator>
 #include <thread>
 
+#include "OmniLog.h"
+
 namespace testsupport {
 
 namespace {
@@ -125,6 +127,14 @@ std::string Sep(const std::string& readable) {
 
 std::string Readable(const std::string& bytes) {
   return Replace(bytes, "\x03\x1f\x7e", "{~}", "\x03\x1f\x7c", "{|}");
+}
+
+std::string StderrOf(const std::function<void()>& call, int print) {
+  g_nPrint = print;
+  testing::internal::CaptureStderr();
+  call();
+  g_nPrint = 0;
+  return testing::internal::GetCapturedStderr();
 }
 
 struct tm CalendarTime(int year, int month, int day, int hour, int minute, int second) {

@@ -42,6 +42,8 @@ size_t Count(const std::string& text, const std::string& what);
 std::string Sep(const std::string& readable);
 std::string Readable(const std::string& bytes);
 
+// What `call` writes to standard error, with console tracing (g_nPrint) at `print` meanwhile.
+std::string StderrOf(const std::function<void()>& call, int print = 0);
 struct tm CalendarTime(int year, int month, int day, int hour, int minute, int second);  // no time zone applied
 bool PollFor(const std::function<bool()>& done, int timeout_ms);  // every 20 ms
 
