@@ -64,9 +64,7 @@ TEST(Faults, WatchedFileChangedOrUnreadableUnderTheAgent) {
     }
     ASSERT_TRUE(agent.WaitForEvents(2));
     ASSERT_TRUE(AppendFile(path, "e,f,93\n"));
-    ASSERT_TRUE(agent.WaitForEvents(3));
-    ASSERT_TRUE(agent.WaitForCycles(1));
-    EXPECT_EQ(agent.Events(), CpuEvent(1, first) + CpuEvent(1, "c,d,92") + CpuEvent(1, "e,f,93"));
+    EXPECT_EQ(agent.SettledEvents(3), CpuEvent(1, first) + CpuEvent(1, "c,d,92") + CpuEvent(1, "e,f,93"));
     EXPECT_TRUE(agent.Running());
   }
 }
@@ -88,9 +86,7 @@ TEST(Faults, WatchedNameThatIsNoRegularFileIsRefusedAndTheOthersGoOn) {
   ASSERT_EQ(rmdir(dir.c_str()), 0);
   ASSERT_TRUE(WriteFile(dir, "c,d,92\n"));
   ASSERT_TRUE(AppendFile(good, "e,f,93\n"));
-  ASSERT_TRUE(agent.WaitForEvents(3));
-  ASSERT_TRUE(agent.WaitForCycles(1));
-  EXPECT_EQ(agent.Events(), CpuEvent(3, "a,b,91") + CpuEvent(2, "c,d,92") + CpuEvent(3, "e,f,93"));
+  EXPECT_EQ(agent.SettledEvents(3), CpuEvent(3, "a,b,91") + CpuEvent(2, "c,d,92") + CpuEvent(3, "e,f,93"));
 }
 
 // Offsets live in memory only: after a restart a log of type 0 starts at the
@@ -109,9 +105,7 @@ TEST(Faults, RestartForgetsTheOffsets) {
   agent.Start(entries);
   ASSERT_TRUE(agent.WaitForEvents(3));
   ASSERT_TRUE(AppendFile(fromEnd, "g,h,94\n"));
-  ASSERT_TRUE(agent.WaitForEvents(4));
-  ASSERT_TRUE(agent.WaitForCycles(1));
-  EXPECT_EQ(agent.Events(),
+  EXPECT_EQ(agent.SettledEvents(4),
             CpuEvent(1, "a,b,91") + CpuEvent(2, "c,d,92") + CpuEvent(2, "c,d,92") + CpuEvent(1, "g,h,94"));
 }
 
@@ -167,9 +161,8 @@ TEST(Faults, OutputOrDiagnosticDirectoryFaultUntilRepaired) {
     EXPECT_TRUE(agent.Running());
     ASSERT_EQ(readOnly ? chmod(dir.c_str(), 0777) : mkdir(dir.c_str(), 0755), 0);
     ASSERT_TRUE(AppendFile(path, "c,d,92\n"));
-    ASSERT_TRUE(agent.WaitForEvents(c.output ? 1 : 2));
-    ASSERT_TRUE(agent.WaitForCycles(1));
-    EXPECT_EQ(agent.Events(), (c.output ? "" : CpuEvent(1, "a,b,91")) + CpuEvent(1, "c,d,92"));
+    EXPECT_EQ(agent.SettledEvents(c.output ? 1 : 2),
+              (c.output ? "" : CpuEvent(1, "a,b,91")) + CpuEvent(1, "c,d,92"));
     EXPECT_EQ(ListDir(dir).size(), 1u) << "no ing_ file (or one diagnostic file) in " << dir;
   }
 }
@@ -204,8 +197,7 @@ TEST(Faults, FullOutputDirectoryDelaysWithoutLosingLines) {
   EXPECT_EQ(agent.EventCount(), 0u);
   ASSERT_EQ(unlink(agent.Path("out/.hidden_0").c_str()), 0);
   // Both lines are read in the one cycle that runs; its event file makes 200 entries again.
-  ASSERT_TRUE(agent.WaitForEvents(2));
-  EXPECT_EQ(agent.Events(), CpuEvent(1, "a,b,91") + CpuEvent(1, "c,d,92"));
+  EXPECT_EQ(agent.SettledEvents(2), CpuEvent(1, "a,b,91") + CpuEvent(1, "c,d,92"));
 }
 
 // Hostile lines: a 10 MB line is collected whole and quoted whole in its
@@ -233,9 +225,7 @@ TEST(Faults, HugeAndDelimiterOnlyLinesAreEvaluatedWhole) {
     e.number = c.number;
     e.text = c.text;
     agent.Start({e});
-    ASSERT_TRUE(agent.WaitForEvents(2, 90000));
-    ASSERT_TRUE(agent.WaitForCycles(1));
-    const std::string events = agent.Events();
+    const std::string events = agent.SettledEvents(2, 90000);
     EXPECT_TRUE(events == c.expected) << "events of " << events.size() << " bytes, " << c.expected.size() << " expected";
     EXPECT_EQ(agent.Stderr().find("LINE READ COUNT OVER[801] SLEEP...\n") != std::string::npos,
               c.content.size() > 801 * 255);

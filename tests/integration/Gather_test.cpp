@@ -44,8 +44,7 @@ TEST(Gather, EventsBeyondTheHoldingBufferArriveWholeAndInOrder) {
     expected += CpuEvent(1, line);
   }
   agent.Start({CpuRule(1, agent.AppLog(log))});
-  ASSERT_TRUE(agent.WaitForEvents(61));
-  EXPECT_EQ(agent.Events(), expected);
+  EXPECT_EQ(agent.SettledEvents(61), expected);
   EXPECT_EQ(agent.OutFiles().size(), 1u);
 }
 
@@ -63,9 +62,7 @@ TEST(Gather, WildcardReadsTheNewestVisibleMatch) {
     ASSERT_EQ(utime(path.c_str(), &times), 0);
   }
   agent.Start({e});
-  ASSERT_TRUE(agent.WaitForEvents(1));
-  ASSERT_TRUE(agent.WaitForCycles(1));
-  EXPECT_EQ(agent.Events(), CpuEvent(1, "new,file,92"));
+  EXPECT_EQ(agent.SettledEvents(1), CpuEvent(1, "new,file,92"));
 }
 
 // The seconds token changes the file every second; each file is read from
@@ -93,9 +90,8 @@ TEST(Gather, EntriesSharingAFileReadItOnceAndBothEvaluate) {
   b.number = "NULL";
   b.text = "2{~}4{~}FAIL{~}1";
   agent.Start({a, b});
-  ASSERT_TRUE(agent.WaitForEvents(2));
-  ASSERT_TRUE(agent.WaitForCycles(1));
-  EXPECT_EQ(agent.Events(), CpuEvent(3, "x,FAIL,95") + "7|2{|}4{|}COLUMN[2] Value[FAIL] == FAIL, ORIGINAL_MSG:x,FAIL,95\n");
+  EXPECT_EQ(agent.SettledEvents(2),
+            CpuEvent(3, "x,FAIL,95") + "7|2{|}4{|}COLUMN[2] Value[FAIL] == FAIL, ORIGINAL_MSG:x,FAIL,95\n");
   EXPECT_EQ(agent.OutFiles().size(), 1u);
 }
 
@@ -137,11 +133,10 @@ TEST(Gather, LinesAcrossPieceAndChunkBoundariesAreReadWhole) {
   const std::string counts = "log count = " + std::to_string(pieces) + ", fault count = " + std::to_string(hits);
   ASSERT_TRUE(agent.WaitForDiag(counts)) << "expected \"" << counts << "\" in:\n" << agent.Diag();
   EXPECT_NE(agent.Diag().find("LOG offset save : " + std::to_string(complete)), std::string::npos);
-  ASSERT_TRUE(agent.WaitForEvents(hits));
-  EXPECT_EQ(agent.Events(), expected);
+  EXPECT_EQ(agent.SettledEvents(hits), expected);
   ASSERT_TRUE(AppendFile(e.name, "!\n"));
-  ASSERT_TRUE(agent.WaitForEvents(hits + 1));
-  EXPECT_EQ(agent.Events(), expected + "1|2{|}1{|}COLUMN[1] Value[HIT] == HIT, ORIGINAL_MSG:HIT,unfinished!\n");
+  EXPECT_EQ(agent.SettledEvents(hits + 1),
+            expected + "1|2{|}1{|}COLUMN[1] Value[HIT] == HIT, ORIGINAL_MSG:HIT,unfinished!\n");
 }
 
 }  // namespace

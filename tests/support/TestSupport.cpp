@@ -83,14 +83,10 @@ std::string ReadFile(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-bool WriteFile(const std::string& path, const std::string& content) {
-  return static_cast<bool>(std::ofstream(path, std::ios::binary | std::ios::trunc) << content);
-}
-
+bool WriteFile(const std::string& path, const std::string& content) { return !!(std::ofstream(path) << content); }
 bool AppendFile(const std::string& path, const std::string& content) {
-  return static_cast<bool>(std::ofstream(path, std::ios::binary | std::ios::app) << content);
+  return !!(std::ofstream(path, std::ios::app) << content);
 }
-
 bool FileExists(const std::string& path) {
   struct stat st;
   return lstat(path.c_str(), &st) == 0;
@@ -121,13 +117,8 @@ size_t Count(const std::string& text, const std::string& what) {
   return n;
 }
 
-std::string Sep(const std::string& readable) {
-  return Replace(readable, "{~}", "\x03\x1f\x7e", "{|}", "\x03\x1f\x7c");
-}
-
-std::string Readable(const std::string& bytes) {
-  return Replace(bytes, "\x03\x1f\x7e", "{~}", "\x03\x1f\x7c", "{|}");
-}
+std::string Sep(const std::string& readable) { return Replace(readable, "{~}", "\x03\x1f\x7e", "{|}", "\x03\x1f\x7c"); }
+std::string Readable(const std::string& bytes) { return Replace(bytes, "\x03\x1f\x7e", "{~}", "\x03\x1f\x7c", "{|}"); }
 
 std::string StderrOf(const std::function<void()>& call, int print) {
   g_nPrint = print;
@@ -238,9 +229,7 @@ std::string CpuEvent(int index, const std::string& line) {
   return std::to_string(index) + "|1{|}2{|}COLUMN[3] Value[" + value + "] > 90, ORIGINAL_MSG:" + line + "\n";
 }
 
-AgentDir::AgentDir() {
-  for (const char* sub : {"logs", "out", "log"}) mkdir(Path(sub).c_str(), 0755);
-}
+AgentDir::AgentDir() { for (const char* sub : {"logs", "out", "log"}) mkdir(Path(sub).c_str(), 0755); }
 
 std::string AgentDir::AppLog(const std::string& content) const {
   WriteFile(Path("logs/app.log"), content);
@@ -276,6 +265,11 @@ std::vector<std::string> AgentDir::OutFiles() const {
 std::string AgentDir::Events() const { return Readable(ReadAll(Path(m_outDir), "out_")); }
 bool AgentDir::WaitForEvents(size_t lines, int ms) const {
   return PollFor([&] { return EventCount() >= lines; }, ms);
+}
+std::string AgentDir::SettledEvents(size_t lines, int ms) const {
+  WaitForEvents(lines, ms);
+  WaitForCycles(1);
+  return Events();
 }
 bool AgentDir::WaitForDiag(const std::string& text, int ms) const {
   return PollFor([&] { return Diag().find(text) != std::string::npos; }, ms);

@@ -102,6 +102,7 @@ class AgentDir {
   std::string Events() const;  // handed-off events, oldest first, readable
   size_t EventCount() const { return Count(Events(), "\n"); }
   bool WaitForEvents(size_t lines, int ms = 10000) const;
+  std::string SettledEvents(size_t lines, int ms = 10000) const;  // once `lines` came and one more cycle ended
   std::string Diag() const { return ReadAll(Path(m_logDir)); }  // every diagnostic record so far
   bool WaitForDiag(const std::string& text, int ms = 10000) const;
   bool WaitForCycles(int cycles, int ms = 10000) const;  // more gather cycles ended
