@@ -233,12 +233,8 @@ TEST_F(ColumnEvalTest, TextRule) {
 
 TEST_F(ColumnEvalTest, DateColumnsAndTimeKey) {
   const std::string l_strLong(300, '7');
-  struct Case {
-    const char* name;
-    std::vector<std::pair<int, std::string>> rules;  // column, layout
-    std::string line, logDate, patternDate;
-    int timeKey;
-  } cases[] = {
+  using Rules = std::vector<std::pair<int, std::string>>;  // column, layout
+  struct Case { const char* name; Rules rules; std::string line, logDate, patternDate; int timeKey; } cases[] = {
       {"date and time", {{1, "YYYY-MM-DD"}, {2, "hh:mm:ss"}}, "2022-06-27,10:11:12,x", "2022-06-27 10:11:12 ",
        "YYYY-MM-DD hh:mm:ss ", 12},
       {"no ss: offset is the layout length", {{1, "HHMMSS"}}, "10111299,x", "10111299 ", "HHMMSS ", 9},
@@ -397,21 +393,17 @@ TEST(ColumnEvalTurn, GatheredRulesEvaluateAsTheWalk) {
         snprintf(l_clLogger.m_strOutPutFileName, sizeof(l_clLogger.m_strOutPutFileName), "%s",
                  l_clDir.file(l_strOut + std::to_string(l_nLog)).c_str());
       };
-      // The walk, line by line, as fColumnIndexFind does outside a turn.
+      // The walk, line by line, as fColumnIndexFind does outside a turn (with a column buffer of its own).
       l_fStart("walk");
       m_chDilimitor1 = ',';
       l_clLogger.m_nTokFlag = 1;
       for (const std::string& l_strLine : l_vstrLines) {
-        std::string l_strBuf = std::string(28, '\0') + l_strLine, l_strColumns(l_strLine.size() + 2, '#');
+        std::string l_strBuf = std::string(28, '\0') + l_strLine;
         l_pstrLineBuf = &l_strBuf[0];
-        l_clLogger.m_pstrOriginalBuf = &l_strColumns[0];
-        l_clLogger.m_lOriginalBufSize = static_cast<long>(l_strColumns.size());
         l_clLogger.m_nFaultSendIncrease = 0;
         l_clLogger.fColumnIndexFind(l_nLog, 0, 0);
       }
       l_pstrLineBuf = nullptr;
-      l_clLogger.m_pstrOriginalBuf = nullptr;
-      l_clLogger.m_lOriginalBufSize = 0;
       // One turn of the same log over the same lines; the other entries count as served.
       l_fStart("turn");
       for (int l_nOther = 1; l_nOther <= 3; ++l_nOther)

@@ -1,7 +1,6 @@
 // ColumnTool replay against the agent itself: the same configuration and the
 // same real log, read by the agent (log type 2, whole file in its first
 // cycle) and by replay; the event bytes must be identical.
-
 #include "TestSupport.h"
 
 namespace {
@@ -22,8 +21,7 @@ TEST(ColumnToolReplay, RawEventsEqualWhatTheAgentWritesForTheSameFile) {
   components.text = "2{~}3{~}Step_LSC{~}1";
   components.pattern = "NULL";
   // Zookeeper: blank-separated with a time column feeding the line-rate check.
-  WatchEntry zoo;
-  zoo.index = 3;
+  WatchEntry zoo{3, ""};
   zoo.delimitor = " {~}NULL";
   zoo.secLog = "1{~}3{|}3{~}10";
   zoo.text = "4{~}4{~}ERROR{~}1{|}4{~}2{~}WARN{~}1";
@@ -33,13 +31,10 @@ TEST(ColumnToolReplay, RawEventsEqualWhatTheAgentWritesForTheSameFile) {
   apache.delimitor = "]{~}[";
   apache.text = "5{~}2{~}(find child)&(NOT:mod_jk){~}3";
   apache.pattern = "1{|}(jk2_init)";
-  const struct {
-    const char* log;
-    std::vector<WatchEntry> entries;
-    bool ceiling;  // more than 100 events for one log in the cycle
-  } cases[] = {{"HealthApp_2k.log", {steps, components}, true},
-               {"Zookeeper_2k.log", {zoo}, true},
-               {"Apache_2k.log", {apache}, false}};
+  // `ceiling`: more than 100 events for one log in the cycle.
+  const struct { const char* log; std::vector<WatchEntry> entries; bool ceiling; } cases[] = {
+      {"HealthApp_2k.log", {steps, components}, true}, {"Zookeeper_2k.log", {zoo}, true},
+      {"Apache_2k.log", {apache}, false}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.log);
     AgentDir agent;
