@@ -1,6 +1,5 @@
 #include "TestSupport.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
@@ -8,6 +7,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <thread>
@@ -94,12 +94,8 @@ bool FileExists(const std::string& path) {
 
 std::vector<std::string> ListDir(const std::string& path) {
   std::vector<std::string> names;
-  if (DIR* dir = opendir(path.c_str())) {
-    while (struct dirent* ent = readdir(dir)) {
-      if (strcmp(ent->d_name, ".") != 0 && strcmp(ent->d_name, "..") != 0) names.emplace_back(ent->d_name);
-    }
-    closedir(dir);
-  }
+  std::error_code error;  // an unreadable or missing directory lists nothing
+  for (const auto& entry : std::filesystem::directory_iterator(path, error)) names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
   return names;
 }
