@@ -33,9 +33,8 @@ class ColumnEvalTest : public ::testing::Test {
     m_clLogger.m_pstrOriginalBuf = nullptr;
     m_clLogger.m_lOriginalBufSize = 0;
   }
-  // The accumulator holds 28 reserved zero bytes, then the line. The column
-  // buffer is as long as the accumulator, as in the gather cycle, unless told
-  // otherwise, and holds garbage: nothing may rely on it being clear.
+  // The accumulator holds 28 reserved zero bytes, then the line. The column buffer is as long, as in the
+  // gather cycle, unless told otherwise, and holds garbage: nothing may rely on it being clear.
   void Evaluate(const std::string& l_strLine, int l_nIndx = 1, long l_lColumnBufSize = -1) {
     m_strLine = std::string(28, '\0') + l_strLine;
     l_pstrLineBuf = &m_strLine[0];
@@ -393,7 +392,7 @@ TEST(ColumnEvalTurn, GatheredRulesEvaluateAsTheWalk) {
         snprintf(l_clLogger.m_strOutPutFileName, sizeof(l_clLogger.m_strOutPutFileName), "%s",
                  l_clDir.file(l_strOut + std::to_string(l_nLog)).c_str());
       };
-      // The walk, line by line, as fColumnIndexFind does outside a turn (with a column buffer of its own).
+      // The walk, line by line, as fColumnIndexFind does outside a turn (cutting into a buffer of its own).
       l_fStart("walk");
       m_chDilimitor1 = ',';
       l_clLogger.m_nTokFlag = 1;

@@ -54,9 +54,8 @@ TEST(CCharPatternList, PatternSlotsOfTheNewestRule) {
   EXPECT_EQ(std::string(newest->m_vstrLogPattern[0]) + newest->m_vstrLogPattern[1], "ab");
   EXPECT_NE(newest->m_vpclStrPattern[1], nullptr);
   EXPECT_EQ(newest->m_pstNext->m_vpclStrPattern[0], nullptr);
-  // A refused value leaves every slot empty; slot operations stay inside the
-  // five slots; rules holding compiled patterns are freed with them (checked
-  // by the leak sanitizer build).
+  // A refused value leaves every slot empty; slot operations stay inside the five slots; rules
+  // holding compiled patterns are freed with them (checked by the leak sanitizer build).
   EXPECT_EQ(list.fAddPatternLinkedList(3, Text(tooLong)), 0);
   for (int slot = 0; slot < PATTERN_SLOT_CNT; ++slot) {
     EXPECT_STREQ(newest->m_vstrLogPattern[slot], "") << slot;

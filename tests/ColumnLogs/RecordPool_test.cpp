@@ -1,7 +1,5 @@
-// CRecordPool, as the text rule registry uses it (alignment and slot layout
-// are asserted at compile time): records come zero-filled, hold their own
-// bytes, and are reused zero-filled; over two slabs' worth, and afresh once
-// all were given back and the slabs went back to the system.
+// CRecordPool as the text rule registry uses it (the slot layout is asserted at compile time): over two
+// slabs' worth, and afresh once all went back, records come zero-filled, distinct, and are reused zero-filled.
 #include "CharPatternList.h"
 #include "RecordPool.h"
 #include "TestSupport.h"

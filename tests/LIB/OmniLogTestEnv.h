@@ -1,8 +1,6 @@
-// Shared by the logger tests: a fake clock, and a temporary installation laid
-// out as the logger expects it from its working directory <tmp>/root/work:
-// <tmp>/utils/ETC/ShCmd and <tmp>/utils/INSTALL/recentlogfile.sh
-// ("../../utils/..."), their answer in <tmp>/root/aproc/shell, and the log
-// directory <tmp>/logs/.
+// Shared by the logger tests: a fake clock, and a temporary installation laid out as the logger expects it
+// from its working directory <tmp>/root/work: the scripts in <tmp>/utils/ ("../../utils/..."), their answer
+// in <tmp>/root/aproc/shell, and the log directory <tmp>/logs/.
 #pragma once
 
 #include <fcntl.h>

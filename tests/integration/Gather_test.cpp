@@ -95,12 +95,10 @@ TEST(Gather, EntriesSharingAFileReadItOnceAndBothEvaluate) {
   EXPECT_EQ(agent.OutFiles().size(), 1u);
 }
 
-// The cycle reads a log in pieces of at most 255 characters, each ending at a
-// line end or earlier, and joins them into lines. Lines long and short around
-// every piece boundary, over several of the reader's chunks: every line is
-// evaluated whole, once, the pieces are counted as fgets would cut them, and
-// the offset ends at the last line end, where the next cycle reads the
-// unfinished last line again, whole once it is completed.
+// The cycle reads a log in pieces of at most 255 characters, each ending at a line end or earlier, and
+// joins them into lines. Lines long and short around every piece boundary, over several of the reader's
+// chunks: every line is evaluated whole, once, the pieces are counted as fgets would cut them, and the
+// offset ends at the last line end: the unfinished last line is evaluated whole once completed.
 TEST(Gather, LinesAcrossPieceAndChunkBoundariesAreReadWhole) {
   const size_t kPiece = 255, kLengths[] = {5, 80, 253, 254, 255, 256, 300, 509, 510, 511, 700, 0, 1};
   std::string log, expected;

@@ -1,6 +1,5 @@
-// The one header of the test binaries: the common includes and the shared
-// helpers (temporary directories, files, the readable separator notation,
-// configuration entries, running the agent and the tool).
+// The one header of the test binaries: the common includes and the shared helpers (temporary
+// directories, files, the readable separator notation, configuration entries, the agent and the tool).
 #pragma once
 
 #include <gtest/gtest.h>
