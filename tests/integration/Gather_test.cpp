@@ -10,7 +10,8 @@ using namespace testsupport;
 
 // The events of several logs, each cut by its own delimiters (a value
 // without the tilde separator names a single delimiter), land in one event
-// file, byte for byte.
+// file, byte for byte. Entry 4 shares the file of entry 1: one read offers
+// each line to both.
 TEST(Gather, EventsOfSeveralLogsReachTheCollectorByteExact) {
   AgentDir agent;
   const struct { std::string delimitor, lines; } logs[] = {
@@ -22,12 +23,16 @@ TEST(Gather, EventsOfSeveralLogsReachTheCollectorByteExact) {
     entries.push_back(CpuRule(i + 1, path));
     entries.back().delimitor = logs[i].delimitor;
   }
+  entries.push_back(WatchEntry{4, entries[0].name});
+  entries.back().text = "2{~}4{~}b{~}1";
   agent.Start(entries);
-  ASSERT_TRUE(agent.WaitForEvents(3));
+  ASSERT_TRUE(agent.WaitForEvents(5));
   const auto outs = agent.OutFiles();
   ASSERT_EQ(outs.size(), 1u);
   EXPECT_EQ(ReadFile(agent.Path("out/" + outs[0])),
             "1|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[95] > 90, ORIGINAL_MSG:aN,b,95\n"
+            "4|2\x03\x1f\x7c" "4\x03\x1f\x7c" "COLUMN[2] Value[b] == b, ORIGINAL_MSG:aN,b,95\n"
+            "4|2\x03\x1f\x7c" "4\x03\x1f\x7c" "COLUMN[2] Value[b] == b, ORIGINAL_MSG:a,b,50\n"
             "2|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[96] > 90, ORIGINAL_MSG:c;d;96\n"
             "3|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[97] > 90, ORIGINAL_MSG:e\tf 97\n");
   EXPECT_EQ(outs[0].size(), std::string("out_20220627-101112").size());
@@ -81,18 +86,6 @@ TEST(Gather, DatedNameFollowsTheClock) {
     seconds.push_back(events.substr(at + 13, 2));
   std::sort(seconds.begin(), seconds.end());
   EXPECT_EQ(std::unique(seconds.begin(), seconds.end()), seconds.end()) << "every file is read once: " << events;
-}
-
-TEST(Gather, EntriesSharingAFileReadItOnceAndBothEvaluate) {
-  AgentDir agent;
-  WatchEntry a = CpuRule(3, agent.AppLog("x,FAIL,95\n")), b = a;
-  b.index = 7;
-  b.number = "NULL";
-  b.text = "2{~}4{~}FAIL{~}1";
-  agent.Start({a, b});
-  EXPECT_EQ(agent.SettledEvents(2),
-            CpuEvent(3, "x,FAIL,95") + "7|2{|}4{|}COLUMN[2] Value[FAIL] == FAIL, ORIGINAL_MSG:x,FAIL,95\n");
-  EXPECT_EQ(agent.OutFiles().size(), 1u);
 }
 
 // The cycle reads a log in pieces of at most 255 characters, each ending at a line end or earlier, and
