@@ -167,20 +167,6 @@ TEST(Faults, OutputOrDiagnosticDirectoryFaultUntilRepaired) {
   }
 }
 
-// The hand-off runs "mv" through the shell with OUTPUT_PATH unquoted: a path the
-// shell would split or interpret is refused at start-up, not left as "ing_" files.
-TEST(Faults, OutputPathTheShellWouldInterpretIsRefusedAtStartUp) {
-  for (const std::string name : {"out dir", "out;x", "out$HOME"}) {
-    SCOPED_TRACE(name);
-    AgentDir agent;
-    ASSERT_EQ(mkdir(agent.Path(name).c_str(), 0755), 0);
-    agent.Start({CpuRule(1, agent.AppLog())}, "log", name);
-    EXPECT_EQ(agent.Wait(10000), 0);
-    EXPECT_EQ(agent.Stderr(), "OUTPUT_PATH holds characters the shell would interpret : " + agent.Path(name) + "/\n");
-    EXPECT_TRUE(ListDir(agent.Path(name)).empty());
-  }
-}
-
 // 200 waiting entries of any kind stop the cycles; the lines wait in their
 // files and are all read, once each, when one entry goes.
 TEST(Faults, FullOutputDirectoryDelaysWithoutLosingLines) {
