@@ -98,27 +98,10 @@ TEST_F(OmniLog, DescriptorHelperAndSourcePositionRecords) {
   EXPECT_EQ(fds.find("20240315_SER.log"), std::string::npos) << fds;
 }
 
-TEST_F(OmniLog, DayChangeSwitchesFileAndTakesTheNewPath) {
-  const std::string other = SubDir("other");
-  auto log = MakeLogger(LogDir());
-  SetNow(2024, 3, 15, 23, 59, 59);
-  Write(*log, "late");
-  ASSERT_EQ(log->fSetLogPath(Text(other)), 1);
-  Write(*log, "same file");  // an open file is not switched
-  EXPECT_EQ(log->fDateChangeChk(), 0);
-  SetNow(2024, 3, 16, 0, 0, 0);
-  Write(*log, "early");
-  EXPECT_EQ(ReadFile(LogFile("20240315_SER.log")), "[235959][INFO][LOG]late\n[235959][INFO][LOG]same file\n");
-  EXPECT_EQ(ReadFile(other + "20240316_SER.log"), "[000000][INFO][LOG]early\n");
-  // In mode 2 a grade 1 record writes nothing but still opens the new day.
-  SetNow(2024, 3, 17, 0, 0, 1);
-  Write(*log, "debug", 1);
-  EXPECT_TRUE(FileExists(other + "20240317_SER.log"));
-}
-
 // At the day change the files of this logger's kind older than the retention
-// go. (The agent keeps the retention between 1 and 1000 days.)
-TEST_F(OmniLog, RetentionSweepAtDayChange) {
+// go (the agent keeps the retention between 1 and 1000 days), and a path set
+// meanwhile is taken: an open file is not switched before.
+TEST_F(OmniLog, DayChangeSweepsOldFilesAndTakesTheNewPath) {
   for (const char* f : {"20240307_SER.log", "20240307_SER_3.log.gz", "20240301_OTHER.log.Z", "20240308_SER_2.log",
                         "20240307_SER.log.bz2", "notes.log", "SER_20240301.log", ".20240401_SER.log",
                         "20240314_SER.log", "20240101.txt"})
@@ -133,6 +116,19 @@ TEST_F(OmniLog, RetentionSweepAtDayChange) {
   EXPECT_EQ(ListDir(LogDir()), (std::vector<std::string>{"20240101.txt", "20240307_SER.log.bz2", "20240308_SER_2.log",
                                                          "20240314_SER.log", "20240315_SER.log", "SER_20240301.log",
                                                          "notes.log"}));
+  const std::string other = SubDir("other");
+  ASSERT_EQ(log->fSetLogPath(Text(other)), 1);
+  SetNow(2024, 3, 15, 23, 59, 59);
+  Write(*log, "same file");
+  EXPECT_EQ(log->fDateChangeChk(), 0);
+  SetNow(2024, 3, 16, 0, 0, 0);
+  Write(*log, "early");
+  EXPECT_EQ(ReadFile(LogFile("20240315_SER.log")), "[000001][INFO][LOG]day 15\n[235959][INFO][LOG]same file\n");
+  EXPECT_EQ(ReadFile(other + "20240316_SER.log"), "[000000][INFO][LOG]early\n");
+  // In mode 2 a grade 1 record writes nothing but still opens the new day.
+  SetNow(2024, 3, 17, 0, 0, 1);
+  Write(*log, "debug", 1);
+  EXPECT_TRUE(FileExists(other + "20240317_SER.log"));
 }
 
 // The full file is compressed by the project's runner, its name reaching it
