@@ -1,10 +1,5 @@
 // Loading whole configuration files, written with the real separator bytes,
 // into the watch and rule registries.
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "ColumnLogger.h"
 #include "OmniLog.h"
 #include "TestSupport.h"
@@ -17,7 +12,7 @@ using namespace testsupport;
 // into the temporary directory when asked, so that its records can be read.
 class Loaded {
  public:
-  explicit Loaded(const std::string& config, bool withLogger = false) {
+  explicit Loaded(const std::string& config, bool withLogger = false, int print = 0) {
     WriteFile(m_dir.file("agent.conf"), "OUTPUT_PATH=/tmp/out/\nLINE_WAIT_CNT=12\n" + config);
     if (withLogger) {
       g_pclOmniLog = new COmniLog(1, const_cast<char*>("SER"), 7);
@@ -26,9 +21,7 @@ class Loaded {
     }
     std::string conf = m_dir.file("agent.conf");
     m_logger.fSetConfManager(&conf[0]);
-    testing::internal::CaptureStderr();
-    m_result = m_logger.fLoadConfInfo();
-    m_err = testing::internal::GetCapturedStderr();
+    m_err = StderrOf([&] { m_result = m_logger.fLoadConfInfo(); }, print);
   }
   ~Loaded() {
     delete g_pclOmniLog;
@@ -45,12 +38,7 @@ class Loaded {
   TempDir m_dir;
 };
 
-WatchEntry Entry(int index) {
-  WatchEntry e;
-  e.index = index;
-  e.name = "/var/log/app" + std::to_string(index) + ".log";
-  return e;
-}
+WatchEntry Entry(int index) { return {index, "/var/log/app" + std::to_string(index) + ".log"}; }
 
 // Entries load in number order; one that lacks a key is skipped whole and
 // silently, and numbers from 20 on are never read. The check type keeps its
@@ -68,8 +56,7 @@ TEST(ColumnLoggerConf, EntriesLoadInNumberOrderAndIncompleteOnesAreSkipped) {
   ASSERT_EQ(list->fGetLogFileCount(), 3);
   EXPECT_STREQ(list->fGetLogFile(1), "/var/log/app2.log");
   EXPECT_STREQ(list->fGetLogFile(2), "/var/log/app5.log");
-  EXPECT_EQ(loaded.Log(6)->m_nLogType, 1);
-  EXPECT_EQ(loaded.Log(6)->m_chCreateType, 0);
+  EXPECT_EQ(loaded.Log(6)->m_nLogType * 10 + loaded.Log(6)->m_chCreateType, 10);
   EXPECT_EQ(loaded.Log(5)->m_chCreateType, 1);
   EXPECT_EQ(loaded.m_err, "");
 }
@@ -89,36 +76,33 @@ TEST(ColumnLoggerConf, LineRateThresholdsAreProcessWideAndLastEntryWins) {
   EXPECT_EQ(withNull.Log(3)->m_nSecLogCntFaultLevel + withNull.Log(3)->m_nSecLogCount, 0);
 }
 
+// A bad value refuses its entry whole, on standard error and in a record, and
+// the other entries still load.
 TEST(ColumnLoggerConf, MalformedEntriesAreRefusedWholeWithTheKeyNamed) {
-  const struct { void (*change)(WatchEntry&); const char* err; } cases[] = {
-      {[](WatchEntry& e) { e.number = "4{~}2{~}90{~}1"; },
-       "LOG01_NUMBER_PATTERN rejected: entry 1 has 4 field(s), 6 needed\n"},
-      {[](WatchEntry& e) { e.text = "1{~}1{~}A{~}1{|}2{~}1{~}B"; },
-       "LOG01_CHAR_PATTERN rejected: entry 2 has 3 field(s), 4 needed\n"},
-      {[](WatchEntry& e) { e.date = "2"; }, "LOG01_DATE_PATTERN rejected: entry 1 has 1 field(s), 2 needed\n"},
-      {[](WatchEntry& e) { e.secLog = "1{~}10{|}5{~}3"; },
-       "LOG01_SECLOG_LEVEL_CNT rejected: entry 2 has fault level 5, outside 0 to 4\n"},
-      {[](WatchEntry& e) { e.secLog = "-1{~}3"; },
-       "LOG01_SECLOG_LEVEL_CNT rejected: entry 1 has fault level -1, outside 0 to 4\n"},
-      {[](WatchEntry& e) { e.number = "1{~}1{~}5{~}1{~}" + std::string(64, 'x') + "{~}"; },
-       "LOG01_NUMBER_PATTERN rejected: entry 1 field 5 longer than 63 characters\n"},
-      {[](WatchEntry& e) { e.delimitor = std::string(32, ','); },
-       "LOG01_DELIMITOR rejected: value of 32 characters, at most 31\n"},
-      {[](WatchEntry& e) { e.secLog = "1{~}" + std::string(124, '1'); },
-       "LOG01_SECLOG_LEVEL_CNT rejected: value of 128 characters, at most 127\n"},
+  using E = WatchEntry;
+  const struct { std::string E::*key; std::string value, err; } cases[] = {
+      {&E::number, "4{~}2{~}90{~}1", "NUMBER_PATTERN rejected: entry 1 has 4 field(s), 6 needed"},
+      {&E::text, "1{~}1{~}A{~}1{|}2{~}1{~}B", "CHAR_PATTERN rejected: entry 2 has 3 field(s), 4 needed"},
+      {&E::date, "2", "DATE_PATTERN rejected: entry 1 has 1 field(s), 2 needed"},
+      {&E::secLog, "1{~}10{|}5{~}3", "SECLOG_LEVEL_CNT rejected: entry 2 has fault level 5, outside 0 to 4"},
+      {&E::secLog, "-1{~}3", "SECLOG_LEVEL_CNT rejected: entry 1 has fault level -1, outside 0 to 4"},
+      {&E::number, "1{~}1{~}5{~}1{~}" + std::string(64, 'x') + "{~}",
+       "NUMBER_PATTERN rejected: entry 1 field 5 longer than 63 characters"},
+      {&E::delimitor, std::string(32, ','), "DELIMITOR rejected: value of 32 characters, at most 31"},
+      {&E::secLog, "1{~}" + std::string(124, '1'), "SECLOG_LEVEL_CNT rejected: value of 128 characters, at most 127"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.err);
     WatchEntry bad = Entry(1);
     bad.number = "3{~}1{~}9{~}1{~}{~}";
-    c.change(bad);
+    bad.*c.key = c.value;
     Loaded loaded(EntryLines(bad) + EntryLines(Entry(2)), true);
     EXPECT_EQ(loaded.m_result, 1);
-    EXPECT_EQ(loaded.m_err, c.err);
+    EXPECT_EQ(loaded.m_err, "LOG01_" + c.err + "\n");
     EXPECT_EQ(loaded.Log(1), nullptr);
     EXPECT_NE(loaded.Log(2), nullptr) << "other entries still load";
     EXPECT_EQ(loaded.m_logger.m_pclNumPatternList->fGetNode(1), nullptr) << "nothing half-applied";
-    EXPECT_NE(loaded.Records().find("[LOG]" + std::string(c.err)), std::string::npos);
+    EXPECT_NE(loaded.Records().find("[LOG]LOG01_" + c.err + "\n"), std::string::npos);
   }
 }
 
@@ -127,22 +111,23 @@ TEST(ColumnLoggerConf, MalformedEntriesAreRefusedWholeWithTheKeyNamed) {
 // part of it unchecked.
 TEST(ColumnLoggerConf, OverlongRuleValueIsRefusedWhole) {
   CColumnLogger logger;
-  std::string name = "/tmp/app.log", null = "NULL", delimitor = Sep(",{~}NULL");
-  std::string date;
-  for (int i = 0; i < 40; ++i) date += "1{~}hh:mm:ss{|}";
-  date = Sep(date + "2");
+  std::string name = "/tmp/app.log", null = "NULL", delimitor = Sep(",{~}NULL"), date;
+  for (int i = 0; i < 40; ++i) date += Sep("1{~}hh:mm:ss{|}");
+  date += "2";
   ASSERT_GT(date.size(), 512u);
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(logger.fAddLogInfo(1, &name[0], 1, 2, &null[0], &null[0], &null[0], 0, 0, &null[0], &null[0], &null[0],
-                               &null[0], &null[0], &delimitor[0], &null[0], &null[0], &date[0]),
-            -1);
-  EXPECT_NE(testing::internal::GetCapturedStderr().find("LOG01_DATE_PATTERN rejected: value of"), std::string::npos);
+  const std::string err = StderrOf([&] {
+    EXPECT_EQ(logger.fAddLogInfo(1, &name[0], 1, 2, &null[0], &null[0], &null[0], 0, 0, &null[0], &null[0], &null[0],
+                                 &null[0], &null[0], &delimitor[0], &null[0], &null[0], &date[0]),
+              -1);
+  });
+  EXPECT_NE(err.find("LOG01_DATE_PATTERN rejected: value of"), std::string::npos) << err;
   EXPECT_EQ(logger.m_pclLogFileList->fGetNode(1), nullptr);
 }
 
 // Every rule is named in a diagnostic record and lands in its registry, the
-// newest rule of an entry first (a dot in the value makes a decimal rule;
-// a trailing bar separator adds nothing); the console trace names each entry.
+// newest rule of an entry first (a dot in the value makes a decimal rule; a
+// trailing bar separator adds nothing; code 3 compiles its pattern); the
+// console trace names each entry.
 TEST(ColumnLoggerConf, RulesAreRecordedAndRegisteredInOrder) {
   WatchEntry a = Entry(1);
   a.secLog = "3{~}50{|}4{~}100";
@@ -150,9 +135,7 @@ TEST(ColumnLoggerConf, RulesAreRecordedAndRegisteredInOrder) {
   a.text = "3{~}4{~}FAIL{~}1{|}5{~}2{~}^err|warn${~}3";
   a.date = "1{~}YYYY-MM-DD{|}2{~}hh:mm:ss";
   a.pattern = "1{|}ERROR{~}2{|}WARN";
-  g_nPrint = 1;
-  Loaded loaded(EntryLines(a) + EntryLines(Entry(2)), true);
-  g_nPrint = 0;
+  Loaded loaded(EntryLines(a) + EntryLines(Entry(2)), true, 1);
   const std::string records = loaded.Records();
   size_t at = 0;
   for (const std::string message :

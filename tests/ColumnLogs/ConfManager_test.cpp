@@ -1,15 +1,8 @@
-#include "ConfManager.h"
-
-#include <sys/time.h>
-#include <unistd.h>
-
+// The configuration store: the file format, refused reads, the lock, re-reads, the rewrite.
 #include <chrono>
-#include <ctime>
-#include <functional>
-#include <string>
+#include <sys/time.h>
 
-#include <gtest/gtest.h>
-
+#include "ConfManager.h"
 #include "OmniLog.h"
 #include "TestSupport.h"
 
@@ -23,8 +16,7 @@ std::string Opt(CConfManager& store, const char* key) {
   const char* value = store.fGetOpt(C(key));
   return value != nullptr ? value : "<null>";
 }
-// "key=value;" of every entry by position.
-std::string Dump(CConfManager& store) {
+std::string Dump(CConfManager& store) {  // "key=value;" of every entry by position
   std::string out;
   for (int pos = 1; pos <= store.fGetOptCount(); ++pos)
     out += std::string(store.fGetKey(pos)) + "=" + store.fGetOpt(pos) + ";";
@@ -35,15 +27,6 @@ int Load(CConfManager& store, const std::string& path, const std::string& conten
   EXPECT_TRUE(WriteFile(path, content));
   return store.fFileInfoSet(C(path.c_str()), C(section));
 }
-// What `call` writes to standard error while console tracing is `print`.
-std::string Stderr(int print, const std::function<void()>& call) {
-  g_nPrint = print;
-  testing::internal::CaptureStderr();
-  call();
-  g_nPrint = 0;
-  return testing::internal::GetCapturedStderr();
-}
-void Add(CConfManager& s, const char* key, const char* value) { s.fAddOpt(C(key), C(value)); }
 
 TEST(CConfManager, ReadsTheFileFormatExactly) {
   const std::string v508(508, 'v'), v509(509, 'v'), v600(600, 'v');
@@ -90,7 +73,7 @@ TEST(CConfManager, RefusedReadsEmptyTheStore) {
     SCOPED_TRACE(c.err);
     CConfManager store;
     ASSERT_EQ(Load(store, tmp.file("conf"), "A=1\n"), 1);
-    EXPECT_EQ(Stderr(c.print, [&] { EXPECT_EQ(store.fFileInfoSet(C(c.path), C(c.section)), 0); }), c.err);
+    EXPECT_EQ(StderrOf([&] { EXPECT_EQ(store.fFileInfoSet(C(c.path), C(c.section)), 0); }, c.print), c.err);
     EXPECT_EQ(store.fGetOptCount(), 0);
   }
   EXPECT_FALSE(FileExists(missing) || FileExists(missing + "_lock"));
@@ -111,13 +94,15 @@ TEST(CConfManager, TakesOverAStaleLockAfterTenSeconds) {
   EXPECT_FALSE(FileExists(tmp.file("conf_lock")));
 }
 
-// The file is read again only when its modification time changed, or after
-// the buffers were emptied; a vanished file keeps the entries.
-TEST(CConfManager, ReFreshReadsOnlyAChangedFile) {
+// Lookups take the first entry of a key (what the agent reads of a duplicated
+// key). The file is read again only when its modification time changed, or
+// after the buffers were emptied; a vanished file keeps the entries.
+TEST(CConfManager, FirstEntryWinsAndReFreshReadsOnlyAChangedFile) {
   TempDir tmp;
   const std::string path = tmp.file("conf");
   CConfManager store;
-  ASSERT_EQ(Load(store, path, "A=1\n"), 1);
+  ASSERT_EQ(Load(store, path, "A=1\nB=2\nA=dup\n"), 1);
+  EXPECT_EQ(Opt(store, "A") + Opt(store, "B") + Opt(store, "C"), "12<null>");
   EXPECT_EQ(store.fReFresh(), 0);
   EXPECT_EQ(store.fRemoveBuffer(), 0);
   EXPECT_EQ(store.fReFresh(), 1);
@@ -131,15 +116,6 @@ TEST(CConfManager, ReFreshReadsOnlyAChangedFile) {
   EXPECT_EQ(Opt(store, "A"), "2");
 }
 
-// Lookups take the first entry with the key (what the agent reads of a
-// duplicated key).
-TEST(CConfManager, TheFirstEntryOfAKeyWins) {
-  TempDir tmp;
-  CConfManager store;
-  ASSERT_EQ(Load(store, tmp.file("conf"), "A=1\nB=2\nA=dup\n"), 1);
-  EXPECT_EQ(Opt(store, "A") + Opt(store, "B") + Opt(store, "C"), "12<null>");
-}
-
 // The rewrite (no program calls it): only what the store changed differs,
 // inside its section, over a temporary file an interrupted rewrite left; the
 // old file is kept as "_b"; a value that would not read back is refused.
@@ -149,7 +125,7 @@ TEST(CConfManager, RewriteChangesOnlyWhatTheStoreChanged) {
   CConfManager store;
   ASSERT_EQ(Load(store, path, before, "A"), 1);
   EXPECT_EQ(store.fUpdateOpt(C("X"), C("9")) + store.fDeleteOpt(C("W")), 2);
-  Add(store, "Y", "5");
+  store.fAddOpt(C("Y"), C("5"));
   EXPECT_EQ(store.fAddOpt(C("K"), C("[x]")) + store.fAddOpt(C("K\n"), C("v")), 0);
   ASSERT_TRUE(WriteFile(path + "_", std::string(2000, 'g') + "\nOLD=1\n"));
   ASSERT_EQ(store.fFileWrite(), 1);

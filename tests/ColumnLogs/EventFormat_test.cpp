@@ -1,13 +1,6 @@
 // Names and commands of the event files, and a formatter at its limit (event
 // lines are checked byte for byte through the evaluation).
 #include "EventFormat.h"
-
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <memory>
-#include <string>
-
 #include "TestSupport.h"
 
 using testsupport::Sep;

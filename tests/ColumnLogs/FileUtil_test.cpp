@@ -1,12 +1,7 @@
 // File and process helpers the agent does not call: address check,
 // directory making, file name search.
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdlib>
-#include <string>
-
-#include <gtest/gtest.h>
 
 #include "CommonFunc.h"
 #include "TestSupport.h"

@@ -1,11 +1,7 @@
-#include "LogFileList.h"
-
+// The registry of watched logs: records, their line patterns and delimiter.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
+#include "LogFileList.h"
 #include "OmniLog.h"
 #include "StrPattern.h"
 #include "TestSupport.h"
@@ -59,21 +55,15 @@ TEST(CLogFileList, PatternSlotFilling) {
   std::string p2047 = "^", p2048(2048, 'q');
   for (int i = 0; i < 4; ++i) p2047 += std::string(400, 'p') + ".*";
   p2047 += std::string(437, 'p') + "$";
-  const struct {
-    std::string value;  // readable notation
-    int result;
-    std::vector<std::string> texts;  // slots 0.. (the rest must be empty)
-    std::vector<int> grades;
-  } cases[] = {
+  // The texts and grades of slots 0.., the rest empty; values in readable notation.
+  const struct { std::string value; int result; std::vector<std::string> texts; std::vector<int> grades; } cases[] = {
       {"1{|}ERROR{~}2{|}WARN", 1, {"ERROR", "WARN"}, {1, 2}},
-      {"NULL", 1, {"NULL"}, {-1}},
-      {"7{|}{~}3{|}X", 1, {"X"}, {3}},  // grade without pattern uses no slot
+      {"7{|}{~}3{|}X{~}", 1, {"X"}, {3}},  // a grade without pattern, an empty entry: no slot
       {"a{~}b{~}c{~}d{~}e{~}f", 1, {"a", "b", "c", "d", "e"}, {-1, -1, -1, -1, -1}},
       {"A{~}" + p2048 + "{~}B", 0, {"A", "B"}, {-1, -1}},
       {p2047, 1, {p2047}, {-1}},
       {"x{|}A{~}{|}B", 1, {"A", "B"}, {0, 0}},  // non-numeric or empty grade: 0
       {"1{|}a{|}b", 1, {"a{|}b"}, {1}},          // only the first bar divides
-      {"A{~}{~}B{~}", 1, {"A", "B"}, {-1, -1}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.value.substr(0, 40));
@@ -120,18 +110,15 @@ TEST(CLogFileList, NoStorablePatternIsReported) {
   COmniLog logger(COmniLog::LOG_MODE_ERROR, Text(name), 2);
   logger.fSetLogPath(Text(path));
   const std::string prefix = "Log pattern add fail : ", g222(222, 'g'), g223(223, 'g');
+  g_pclOmniLog = &logger;
   for (const auto& c : {std::make_pair(g222, ""), std::make_pair(g223, "...")}) {
     CLogFileList list;
     Register(list, {1});
     std::string value = c.first + Sep("{|}");
-    g_nPrint = 1;
-    g_pclOmniLog = &logger;
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(list.fAddLogPattern(1, Text(value), 0, 0, nullptr), 1);
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::StartsWith(prefix + value + "\n"));
+    EXPECT_THAT(testsupport::StderrOf([&] { EXPECT_EQ(list.fAddLogPattern(1, Text(value), 0, 0, nullptr), 1); }, 1),
+                testing::StartsWith(prefix + value + "\n"));
     EXPECT_EQ(list.fGetErrorMsg(), prefix + value + c.second);
   }
-  g_nPrint = 0;
   g_pclOmniLog = nullptr;
   EXPECT_THAT(testsupport::ReadAll(dir.path()), testing::HasSubstr("[INFO][LLB]" + prefix + g222 + Sep("{|}") + "\n"));
 }

@@ -1,9 +1,4 @@
 #include "LogFileName.h"
-
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include "TestSupport.h"
 
 namespace {

@@ -1,11 +1,5 @@
-#include "NString.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "CommonConst.h"
+#include "NString.h"
 #include "TestSupport.h"
 
 namespace {

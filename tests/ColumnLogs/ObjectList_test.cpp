@@ -1,10 +1,10 @@
-#include "ObjectList.h"
-
-#include <gtest/gtest.h>
-
+// The generic ordered list (the engine of the registries too) and the keyed
+// buffer of the configuration store built on it.
 #include <cstdint>
-#include <string>
-#include <vector>
+
+#include "ObjectBuffer.h"
+#include "ObjectList.h"
+#include "TestSupport.h"
 
 namespace {
 
@@ -53,14 +53,8 @@ TEST(CObjectList, InsertionOrdersAndDuplicates) {
 // Deleting removes every node with the key. Removing the node under the
 // cursor moves the cursor: head -> successor, end or middle -> predecessor.
 TEST(CObjectList, DeleteRemovesEveryMatchingNodeAndMovesTheCursor) {
-  const struct {
-    std::vector<int> keys;
-    int steps;  // fMoveNext calls after fMoveFirst
-    int deleted;
-    int result;
-    std::string left;
-    int cursor;  // key under the cursor afterwards, 0 for null
-  } cases[] = {
+  // After `steps` calls of fMoveNext, `deleted` goes; `cursor`: the key under the cursor after it (0: none).
+  const struct { std::vector<int> keys; int steps, deleted, result; std::string left; int cursor; } cases[] = {
       {{1, 2, 3}, 0, 1, 1, "2/1 3/2 ", 2}, {{1, 2, 3}, 1, 2, 1, "1/0 3/2 ", 1},
       {{1, 2, 3}, 2, 3, 1, "1/0 2/1 ", 2}, {{1, 2, 3}, 3, 2, 1, "1/0 3/2 ", 0},
       {{7, 7, 8}, 0, 7, 1, "8/2 ", 8},     {{1, 7, 2, 7}, 1, 7, 1, "1/0 2/2 ", 1},
@@ -90,6 +84,41 @@ TEST(CObjectList, CursorLookupAndFreeAll) {
   EXPECT_EQ(list.fGetNode(), nullptr);  // no cursor left on a freed node
   EXPECT_EQ(list.fFreeAll(), 0);
   EXPECT_EQ(Dump(list), "");
+}
+
+char* C(const char* text) { return const_cast<char*>(text); }
+
+// "index:key=value;" of every entry up to index 5.
+std::string Entries(CObjectBuffer& buffer) {
+  std::string out;
+  for (int i = 1; i <= 5; ++i) {
+    const char* key = buffer.fGetObjectKey(i);
+    if (key != nullptr) out += std::to_string(i) + ":" + key + "=" + static_cast<char*>(buffer.fGetObject(i)) + ";";
+  }
+  return out;
+}
+
+TEST(CObjectBuffer, FreedIndicesAreReusedAndTheFirstEqualKeyWins) {
+  CObjectBuffer buffer;
+  char key[] = "c";
+  EXPECT_EQ(buffer.fObjectPut(C("a"), C("1")), 1);
+  EXPECT_EQ(buffer.fObjectPut(C("b"), C("2")), 2);
+  EXPECT_EQ(buffer.fObjectPut(key, C("3")), 3);
+  key[0] = 'X';  // the buffer holds its own copy
+  EXPECT_EQ(buffer.fObjectRemove(C("b")), 1);
+  // The smallest free index comes back, but the new entry is the last one in
+  // insertion order: a lookup by key still finds the older entry first.
+  EXPECT_EQ(buffer.fObjectPut(C("c"), C("new")), 2);
+  EXPECT_STREQ(static_cast<char*>(buffer.fSetObject(C("c"), C("three"))), "three");
+  EXPECT_EQ(Entries(buffer), "1:a=1;2:c=new;3:c=three;");
+  for (const char* absent : {"C", "c ", "", "X"}) EXPECT_EQ(buffer.fGetObject(C(absent)), nullptr) << absent;
+  EXPECT_EQ(buffer.fObjectRemove(C("c")), 1);
+  EXPECT_STREQ(static_cast<char*>(buffer.fGetObject(C("c"))), "new");
+  EXPECT_EQ(buffer.fObjectPut(C("d"), C("4")), 3);
+  EXPECT_EQ(buffer.fGetSize(), 3);
+  EXPECT_EQ(buffer.fFreeObjects(), 1);
+  EXPECT_EQ(Entries(buffer), "");
+  EXPECT_EQ(buffer.fObjectPut(C("z"), C("v")), 1);
 }
 
 }  // namespace

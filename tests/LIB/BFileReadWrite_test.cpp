@@ -1,10 +1,4 @@
 #include "BFileReadWrite.h"
-
-#include <cstring>
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include "TestSupport.h"
 
 namespace {

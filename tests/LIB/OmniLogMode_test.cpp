@@ -1,12 +1,9 @@
 // Module log-mode selection (not used by the agent): the texts, the nine
 // masks they give and the diagnostics on standard error.
 #include <array>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "OmniLog.h"
+#include "TestSupport.h"
 
 namespace {
 

@@ -1,36 +1,28 @@
-// Shared by the logger tests: a fake clock, and a temporary installation laid
-// out as the logger expects it from its working directory <tmp>/root/work:
-// <tmp>/utils/ETC/ShCmd and <tmp>/utils/INSTALL/recentlogfile.sh
-// ("../../utils/..."), its answer in <tmp>/root/aproc/shell, and the log
-// directory <tmp>/logs/.
+// Shared by the logger tests: a fake clock, and a temporary installation laid out as the logger expects it
+// from its working directory <tmp>/root/work: the scripts in <tmp>/utils/ ("../../utils/..."), their answer
+// in <tmp>/root/aproc/shell, and the log directory <tmp>/logs/.
 #pragma once
 
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <sys/wait.h>
 
 #include <atomic>
-#include <ctime>
-#include <memory>
-#include <string>
-
-#include <gtest/gtest.h>
 
 #include "OmniLog.h"
 #include "TestSupport.h"
 
 namespace omnilogtest {
 
-inline std::atomic<long long> g_llFakeNow{0};
+inline std::atomic<long long> g_llFakeNow{0};  // read by the writer thread too
 inline time_t FakeClock() { return static_cast<time_t>(g_llFakeNow.load()); }
 
 // Local time of the given calendar moment, whatever the time zone.
-inline time_t LocalTime(int year, int month, int day, int hour = 12, int minute = 0, int second = 0) {
+inline time_t LocalTime(int year, int month, int day, int hour, int minute = 0, int second = 0) {
   struct tm tmv = testsupport::CalendarTime(year, month, day, hour, minute, second);
   tmv.tm_isdst = -1;
   return mktime(&tmv);
 }
-inline void SetNow(int year, int month, int day, int hour = 12, int minute = 0, int second = 0) {
+inline void SetNow(int year, int month, int day, int hour, int minute, int second) {
   g_llFakeNow.store(static_cast<long long>(LocalTime(year, month, day, hour, minute, second)));
 }
 inline char* Text(const std::string& text) { return const_cast<char*>(text.c_str()); }
@@ -51,8 +43,7 @@ class LoggerLayout : public ::testing::Test {
     ASSERT_EQ(chdir(m_oldCwd.c_str()), 0);
     unsetenv("OMNILOG_LOG_PATH");
   }
-  // The log directory and its files, with the trailing "/".
-  std::string LogDir() const { return m_tmp.path() + "/logs/"; }
+  std::string LogDir() const { return m_tmp.path() + "/logs/"; }  // with the trailing "/"
   std::string LogFile(const std::string& name) const { return LogDir() + name; }
   std::string SubDir(const std::string& name) const {
     const std::string dir = LogDir() + name + "/";
@@ -65,6 +56,11 @@ class LoggerLayout : public ::testing::Test {
     const std::string source = std::string(COLUMNLOGS_SOURCE_DIR) + "/utils/" + relative;
     ASSERT_TRUE(testsupport::WriteFile(target, text.empty() ? testsupport::ReadFile(source) : text)) << target;
     ASSERT_EQ(chmod(target.c_str(), 0755), 0);
+  }
+  // Exit status of a shell command run from the working directory.
+  static int Shell(const std::string& command) {
+    const int raw = system(command.c_str());
+    return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
   }
   // A logger on the fake clock writing under `dir`; `thread` as the
   // constructor's fourth argument, or none when negative.

@@ -1,16 +1,41 @@
-// The threaded writer (not used by the agent, but by other programs that
-// share the library): record shape, queue limit, drain at stop, concurrent
-// producers. The ThreadSanitizer check runs it.
+// The threaded writer and its queue (not used by the agent, but by other
+// programs that share the library): record shape, queue limit, drain at stop,
+// concurrent producers. The ThreadSanitizer check runs it.
+#include <atomic>
+#include <chrono>
 #include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
+#include "MessageQWriteLog.h"
+#include "MessageQueue.h"
 #include "OmniLogTestEnv.h"
 
 using omnilogtest::Text;
 
 namespace {
+
+TEST(MessageQueue, FirstInFirstOutAndPopWaitsForAPush) {
+  Queue<int> queue;
+  for (int i = 0; i < 5; ++i) queue.push(i);
+  EXPECT_EQ(queue.getCount(), 5);
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(queue.pop(), i);
+  std::atomic<int> got{-1};
+  std::thread consumer([&] { got = queue.pop(); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // the consumer waits in pop by now
+  EXPECT_EQ(got.load(), -1);
+  queue.push(42);
+  ASSERT_TRUE(testsupport::PollFor([&] { return got.load() == 42; }, 5000));
+  consumer.join();
+}
+
+// Cutting long fields is checked through the threaded writer; null fields
+// are stored as empty texts.
+TEST(MessageQWriteLog, NullFieldsAreEmpty) {
+  MessageQWriteLog empty;
+  EXPECT_EQ(empty.fSetCollectWriteData(0, nullptr, nullptr), 1);
+  EXPECT_STREQ(empty.fGetCollectWriteData(), "");
+  EXPECT_STREQ(empty.fGetCollectWriteFile(), "");
+}
 
 class OmniLogThread : public omnilogtest::LoggerLayout {
  protected:

@@ -1,12 +1,5 @@
 // The agent as a newcomer starts it: a hand-written configuration in an empty
 // directory, the real executable, its exit status and standard error.
-#include <sys/stat.h>
-
-#include <ctime>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
 
@@ -16,6 +9,7 @@ using namespace testsupport;
 
 TEST(StartUp, FailuresEndWithTheirStatusAndMessage) {
   const std::string logs = "LOG_PATH=./\nLOG_MODE=NOLOG\nLOG_VALIDDAY=3\n", out = "OUTPUT_PATH=./\nLINE_WAIT_CNT=1\n";
+  const std::string refused = "OUTPUT_PATH holds characters the shell would interpret : ";
   const struct { const char* name; std::string config, err; } cases[] = {  // no config: no file at all
       {"missing file", "", ""},
       {"no LOG_PATH", "LOG_MODE=DEBUG\nLOG_VALIDDAY=3\n" + out, ""},
@@ -25,6 +19,10 @@ TEST(StartUp, FailuresEndWithTheirStatusAndMessage) {
       {"no LINE_WAIT_CNT", logs + "OUTPUT_PATH=./\n", "LINE_WAIT_CNT is NULL\n"},
       {"LINE_WAIT_CNT too long", logs + "OUTPUT_PATH=./\nLINE_WAIT_CNT=" + std::string(64, '1') + "\n",
        "LINE_WAIT_CNT is too long (64 characters, at most 63)\n"},
+      // The hand-off runs "mv" through the shell with OUTPUT_PATH unquoted.
+      {"a blank in OUTPUT_PATH", logs + "OUTPUT_PATH=./out dir/\nLINE_WAIT_CNT=1\n", refused + "./out dir/\n"},
+      {"a ';' in OUTPUT_PATH", logs + "OUTPUT_PATH=./out;x/\nLINE_WAIT_CNT=1\n", refused + "./out;x/\n"},
+      {"a '$' in OUTPUT_PATH", logs + "OUTPUT_PATH=./out$HOME/\nLINE_WAIT_CNT=1\n", refused + "./out$HOME/\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -54,10 +52,13 @@ TEST(StartUp, BadCommandLineGetsOneLineAndNonZeroStatus) {
   EXPECT_EQ(agent.Stderr(), "");
 }
 
-TEST(StartUp, HeartbeatIsRecreatedEmptyReadOnlyAndRefreshed) {
+// The first records go to the day's file as "[HHMMSS][INFO][LOG]message", in
+// this order, and PRINT=ON echoes them; the heartbeat file is made anew, empty
+// and read-only, and again more than ten seconds later.
+TEST(StartUp, FirstRecordsAndTheHeartbeat) {
   TempDir dir;
-  mkdir(dir.file("out").c_str(), 0755);
-  ASSERT_TRUE(WriteFile(dir.file("agent.conf"), GlobalLines(dir.path(), "NOLOG")));
+  for (const char* sub : {"out", "log"}) mkdir(dir.file(sub).c_str(), 0755);
+  ASSERT_TRUE(WriteFile(dir.file("agent.conf"), GlobalLines(dir.path(), "DEBUG") + "PRINT=ON\n"));
   ASSERT_TRUE(WriteFile(dir.file("LoggerAlive"), "stale"));  // replaced, mode and content
   AgentProcess agent(dir.path(), {"agent.conf"});
   struct stat first, later;
@@ -65,22 +66,6 @@ TEST(StartUp, HeartbeatIsRecreatedEmptyReadOnlyAndRefreshed) {
   const mode_t mask = umask(0);
   umask(mask);
   EXPECT_EQ(first.st_mode & 0777, 0444 & ~mask);
-  // More than ten seconds later the file is made anew.
-  ASSERT_TRUE(PollFor([&] {
-    return stat(dir.file("LoggerAlive").c_str(), &later) == 0 && later.st_mtime > first.st_mtime + 10;
-  }, 20000));
-  EXPECT_EQ(later.st_size, 0);
-  EXPECT_EQ(agent.Wait(0), -1) << "the agent keeps running";
-}
-
-// The first records go to the day's file as "[HHMMSS][INFO][LOG]message",
-// in this order; PRINT=ON echoes them to standard error.
-TEST(StartUp, FirstDiagnosticRecordsGoToTheDaysFileAndTheConsole) {
-  TempDir dir;
-  mkdir(dir.file("out").c_str(), 0755);
-  mkdir(dir.file("log").c_str(), 0755);
-  ASSERT_TRUE(WriteFile(dir.file("agent.conf"), GlobalLines(dir.path(), "DEBUG") + "PRINT=ON\n"));
-  AgentProcess agent(dir.path(), {"agent.conf"});
   const time_t now = time(nullptr);
   struct tm t;
   char day[16];
@@ -99,6 +84,11 @@ TEST(StartUp, FirstDiagnosticRecordsGoToTheDaysFileAndTheConsole) {
     at = found;
   }
   EXPECT_NE(agent.Stderr().find("[INFO][LOG]LogGather end\n"), std::string::npos) << agent.Stderr();
+  ASSERT_TRUE(PollFor([&] {
+    return stat(dir.file("LoggerAlive").c_str(), &later) == 0 && later.st_mtime > first.st_mtime + 10;
+  }, 20000));
+  EXPECT_EQ(later.st_size, 0);
+  EXPECT_EQ(agent.Wait(0), -1) << "the agent keeps running";
 }
 
 }  // namespace

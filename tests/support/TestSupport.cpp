@@ -1,20 +1,18 @@
 #include "TestSupport.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <thread>
+
+#include "OmniLog.h"
 
 namespace testsupport {
 
@@ -85,14 +83,10 @@ std::string ReadFile(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-bool WriteFile(const std::string& path, const std::string& content) {
-  return static_cast<bool>(std::ofstream(path, std::ios::binary | std::ios::trunc) << content);
-}
-
+bool WriteFile(const std::string& path, const std::string& content) { return !!(std::ofstream(path) << content); }
 bool AppendFile(const std::string& path, const std::string& content) {
-  return static_cast<bool>(std::ofstream(path, std::ios::binary | std::ios::app) << content);
+  return !!(std::ofstream(path, std::ios::app) << content);
 }
-
 bool FileExists(const std::string& path) {
   struct stat st;
   return lstat(path.c_str(), &st) == 0;
@@ -100,12 +94,8 @@ bool FileExists(const std::string& path) {
 
 std::vector<std::string> ListDir(const std::string& path) {
   std::vector<std::string> names;
-  if (DIR* dir = opendir(path.c_str())) {
-    while (struct dirent* ent = readdir(dir)) {
-      if (strcmp(ent->d_name, ".") != 0 && strcmp(ent->d_name, "..") != 0) names.emplace_back(ent->d_name);
-    }
-    closedir(dir);
-  }
+  std::error_code error;  // an unreadable or missing directory lists nothing
+  for (const auto& entry : std::filesystem::directory_iterator(path, error)) names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
   return names;
 }
@@ -123,12 +113,15 @@ size_t Count(const std::string& text, const std::string& what) {
   return n;
 }
 
-std::string Sep(const std::string& readable) {
-  return Replace(readable, "{~}", "\x03\x1f\x7e", "{|}", "\x03\x1f\x7c");
-}
+std::string Sep(const std::string& readable) { return Replace(readable, "{~}", "\x03\x1f\x7e", "{|}", "\x03\x1f\x7c"); }
+std::string Readable(const std::string& bytes) { return Replace(bytes, "\x03\x1f\x7e", "{~}", "\x03\x1f\x7c", "{|}"); }
 
-std::string Readable(const std::string& bytes) {
-  return Replace(bytes, "\x03\x1f\x7e", "{~}", "\x03\x1f\x7c", "{|}");
+std::string StderrOf(const std::function<void()>& call, int print) {
+  g_nPrint = print;
+  testing::internal::CaptureStderr();
+  call();
+  g_nPrint = 0;
+  return testing::internal::GetCapturedStderr();
 }
 
 struct tm CalendarTime(int year, int month, int day, int hour, int minute, int second) {
@@ -152,8 +145,6 @@ bool PollFor(const std::function<bool()>& done, int timeout_ms) {
 }
 
 std::string AgentBinary() { return COLUMNLOGS_BIN; }
-std::string ToolBinary() { return std::string(COLUMNLOGS_BINARY_DIR) + "/bin/ColumnTool"; }
-std::string RealLogsDir() { return std::string(COLUMNLOGS_SOURCE_DIR) + "/tests/data/real-logs"; }
 
 RunResult RunProgram(const std::vector<std::string>& argv, const std::string& input, const std::string& cwd) {
   TempDir io;
@@ -169,7 +160,7 @@ RunResult RunProgram(const std::vector<std::string>& argv, const std::string& in
 }
 
 RunResult Tool(std::vector<std::string> args, const std::string& input) {
-  args.insert(args.begin(), ToolBinary());
+  args.insert(args.begin(), std::string(COLUMNLOGS_BINARY_DIR) + "/bin/ColumnTool");
   return RunProgram(args, input);
 }
 
@@ -191,7 +182,10 @@ AgentProcess::AgentProcess(const std::string& workdir, const std::vector<std::st
 }
 
 AgentProcess::~AgentProcess() {
-  Kill();
+  if (m_pid > 0 && !m_reaped) {
+    kill(m_pid, SIGKILL);
+    waitpid(m_pid, &m_status, 0);
+  }
   unlink(m_errPath.c_str());
   unlink(m_outPath.c_str());
 }
@@ -200,13 +194,6 @@ int AgentProcess::Wait(int timeout_ms) {
   if (m_pid <= 0) return -2;
   PollFor([&] { return m_reaped || (m_reaped = waitpid(m_pid, &m_status, WNOHANG) == m_pid); }, timeout_ms);
   return m_reaped ? ExitStatus(m_status) : -1;
-}
-
-void AgentProcess::Kill() {
-  if (m_pid > 0 && !m_reaped) {
-    kill(m_pid, SIGKILL);
-    m_reaped = waitpid(m_pid, &m_status, 0) == m_pid;
-  }
 }
 
 std::string EntryLines(const WatchEntry& e) {
@@ -238,9 +225,7 @@ std::string CpuEvent(int index, const std::string& line) {
   return std::to_string(index) + "|1{|}2{|}COLUMN[3] Value[" + value + "] > 90, ORIGINAL_MSG:" + line + "\n";
 }
 
-AgentDir::AgentDir() {
-  for (const char* sub : {"logs", "out", "log"}) mkdir(Path(sub).c_str(), 0755);
-}
+AgentDir::AgentDir() { for (const char* sub : {"logs", "out", "log"}) mkdir(Path(sub).c_str(), 0755); }
 
 std::string AgentDir::AppLog(const std::string& content) const {
   WriteFile(Path("logs/app.log"), content);
@@ -274,11 +259,14 @@ std::vector<std::string> AgentDir::OutFiles() const {
 }
 
 std::string AgentDir::Events() const { return Readable(ReadAll(Path(m_outDir), "out_")); }
-size_t AgentDir::EventCount() const { return Count(Events(), "\n"); }
 bool AgentDir::WaitForEvents(size_t lines, int ms) const {
   return PollFor([&] { return EventCount() >= lines; }, ms);
 }
-std::string AgentDir::Diag() const { return ReadAll(Path(m_logDir)); }
+std::string AgentDir::SettledEvents(size_t lines, int ms) const {
+  WaitForEvents(lines, ms);
+  WaitForCycles(1);
+  return Events();
+}
 bool AgentDir::WaitForDiag(const std::string& text, int ms) const {
   return PollFor([&] { return Diag().find(text) != std::string::npos; }, ms);
 }

@@ -1,9 +1,12 @@
-// Helpers shared by the test binaries: temporary directories, files, the
-// readable separator notation, configuration entries, running programs.
+// The one header of the test binaries: the common includes and the shared helpers (temporary
+// directories, files, the readable separator notation, configuration entries, the agent and the tool).
 #pragma once
 
-#include <sys/types.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cstring>
 #include <ctime>
 #include <functional>
 #include <memory>
@@ -29,47 +32,35 @@ std::string ReadFile(const std::string& path);
 bool WriteFile(const std::string& path, const std::string& content);
 bool AppendFile(const std::string& path, const std::string& content);
 bool FileExists(const std::string& path);  // also a dangling link
-// Names in a directory, "." and ".." left out, sorted.
-std::vector<std::string> ListDir(const std::string& path);
-// Concatenation of the files in `dir` whose names start with `prefix`, in name order.
+std::vector<std::string> ListDir(const std::string& path);  // sorted, without "." and ".."
+// The files in `dir` whose names start with `prefix`, concatenated in name order.
 std::string ReadAll(const std::string& dir, const std::string& prefix = "");
-// Occurrences of `what` in `text`.
 size_t Count(const std::string& text, const std::string& what);
 
-// "{~}" -> 03 1F 7E and "{|}" -> 03 1F 7C; the reverse for Readable().
+// "{~}" -> 03 1F 7E and "{|}" -> 03 1F 7C; Readable() the other way.
 std::string Sep(const std::string& readable);
 std::string Readable(const std::string& bytes);
 
-// A calendar moment as a struct tm (no time zone applied).
-struct tm CalendarTime(int year, int month, int day, int hour, int minute, int second);
-
-// Polls `done` every 20 ms until it holds or `timeout_ms` has passed.
-bool PollFor(const std::function<bool()>& done, int timeout_ms);
+// What `call` writes to standard error, with console tracing (g_nPrint) at `print` meanwhile.
+std::string StderrOf(const std::function<void()>& call, int print = 0);
+struct tm CalendarTime(int year, int month, int day, int hour, int minute, int second);  // no time zone applied
+bool PollFor(const std::function<bool()>& done, int timeout_ms);  // every 20 ms
 
 std::string AgentBinary();
-std::string ToolBinary();
-std::string RealLogsDir();
-
 // A finished child: exit status (-2 after a signal, -1 when it could not run) and output.
 struct RunResult { int status = -1; std::string out, err; };
-// Runs argv[0] (a path) with `input` as standard input, in `cwd` when given.
 RunResult RunProgram(const std::vector<std::string>& argv, const std::string& input = "", const std::string& cwd = "");
-// The companion tool with these arguments.
-RunResult Tool(std::vector<std::string> args, const std::string& input = "");
-
+RunResult Tool(std::vector<std::string> args, const std::string& input = "");  // the companion tool
 // Whether user nobody may run the agent binary (every directory above it must let it through).
 bool NobodyCanRunAgent();
 
-// The agent as a child in `workdir`, its standard error readable while it
-// runs; `asNobody`: as user nobody (file modes bind root's children only so).
+// The agent as a child in `workdir`; `asNobody`: as user nobody (file modes bind root's children only so).
 class AgentProcess {
  public:
   AgentProcess(const std::string& workdir, const std::vector<std::string>& args, bool asNobody = false);
   ~AgentProcess();  // kills the child if it still runs
   AgentProcess(const AgentProcess&) = delete;
-  // Waits up to timeout_ms; the exit status, -1 while it runs, -2 after a signal.
-  int Wait(int timeout_ms);
-  void Kill();
+  int Wait(int timeout_ms);  // the exit status, -1 while it runs, -2 after a signal
   std::string Stderr() const { return ReadFile(m_errPath); }
 
  private:
@@ -102,17 +93,16 @@ class AgentDir {
   AgentDir();
   std::string Path(const std::string& name) const { return m_dir.file(name); }
   const std::string& Dir() const { return m_dir.path(); }
-  // Writes logs/app.log and returns its path.
-  std::string AppLog(const std::string& content = "a,b,91\n") const;
-  // Writes the configuration (LOG_PATH, OUTPUT_PATH: directories in here) and
-  // starts the agent, as user nobody with `unprivileged` when run as root.
+  std::string AppLog(const std::string& content = "a,b,91\n") const;  // writes logs/app.log, returns its path
+  // Writes the configuration and starts the agent (as nobody with `unprivileged` when run as root).
   void Start(const std::vector<WatchEntry>& entries, const std::string& logDir = "log",
              const std::string& outDir = "out", bool unprivileged = false);
   std::vector<std::string> OutFiles() const;
   std::string Events() const;  // handed-off events, oldest first, readable
-  size_t EventCount() const;
+  size_t EventCount() const { return Count(Events(), "\n"); }
   bool WaitForEvents(size_t lines, int ms = 10000) const;
-  std::string Diag() const;  // every diagnostic record so far
+  std::string SettledEvents(size_t lines, int ms = 10000) const;  // once `lines` came and one more cycle ended
+  std::string Diag() const { return ReadAll(Path(m_logDir)); }  // every diagnostic record so far
   bool WaitForDiag(const std::string& text, int ms = 10000) const;
   bool WaitForCycles(int cycles, int ms = 10000) const;  // more gather cycles ended
   void Stop() { m_agent.reset(); }  // as a kill or a reboot would

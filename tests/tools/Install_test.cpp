@@ -1,10 +1,5 @@
-// The install tree: `cmake --install` of this build into a temporary prefix
-// gives a tree the agent runs from, with its relative paths resolving from
-// its working directory and a configuration holding the tree's paths. (The
-// package check looks at the tree's files, modes and unit.)
-#include <string>
-
-#include <gtest/gtest.h>
+// `cmake --install` of this build into a temporary prefix gives a tree the agent runs from: its relative
+// paths resolve from its working directory, and the configuration holds the tree's paths.
 
 #include "TestSupport.h"
 

@@ -1,8 +1,5 @@
 // ColumnTool encode / decode (the readable separator notation, both ways)
 // and events (the waiting event files of an output directory).
-#include <string>
-
-#include <gtest/gtest.h>
 
 #include "TestSupport.h"
 

@@ -1,11 +1,6 @@
 // ColumnTool replay against the agent itself: the same configuration and the
 // same real log, read by the agent (log type 2, whole file in its first
 // cycle) and by replay; the event bytes must be identical.
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "TestSupport.h"
 
 namespace {
@@ -26,8 +21,7 @@ TEST(ColumnToolReplay, RawEventsEqualWhatTheAgentWritesForTheSameFile) {
   components.text = "2{~}3{~}Step_LSC{~}1";
   components.pattern = "NULL";
   // Zookeeper: blank-separated with a time column feeding the line-rate check.
-  WatchEntry zoo;
-  zoo.index = 3;
+  WatchEntry zoo{3, ""};
   zoo.delimitor = " {~}NULL";
   zoo.secLog = "1{~}3{|}3{~}10";
   zoo.text = "4{~}4{~}ERROR{~}1{|}4{~}2{~}WARN{~}1";
@@ -37,17 +31,15 @@ TEST(ColumnToolReplay, RawEventsEqualWhatTheAgentWritesForTheSameFile) {
   apache.delimitor = "]{~}[";
   apache.text = "5{~}2{~}(find child)&(NOT:mod_jk){~}3";
   apache.pattern = "1{|}(jk2_init)";
-  const struct {
-    const char* log;
-    std::vector<WatchEntry> entries;
-    bool ceiling;  // more than 100 events for one log in the cycle
-  } cases[] = {{"HealthApp_2k.log", {steps, components}, true},
-               {"Zookeeper_2k.log", {zoo}, true},
-               {"Apache_2k.log", {apache}, false}};
+  // `ceiling`: more than 100 events for one log in the cycle.
+  const struct { const char* log; std::vector<WatchEntry> entries; bool ceiling; } cases[] = {
+      {"HealthApp_2k.log", {steps, components}, true}, {"Zookeeper_2k.log", {zoo}, true},
+      {"Apache_2k.log", {apache}, false}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.log);
     AgentDir agent;
-    const std::string log = agent.AppLog(ReadFile(RealLogsDir() + "/" + c.log)), conf = agent.Path("agent.conf");
+    const std::string log = agent.AppLog(ReadFile(std::string(COLUMNLOGS_SOURCE_DIR "/tests/data/real-logs/") + c.log));
+    const std::string conf = agent.Path("agent.conf");
     std::vector<WatchEntry> entries = c.entries;
     for (WatchEntry& e : entries) e.name = log;
     agent.Start(entries);
