@@ -20,3 +20,5 @@ for bench in "$build"/bin/bench_column "$build"/bin/bench_costs "$build"/bin/ben
 done
 "$build"/bin/bench_wake 1 64 | grep -q "us of CPU per wake-up" || { echo "bench-smoke: bench_wake failed" >&2; exit 1; }
 DURATION=2 LINES=20000 FLAT_MAX=100000 BUILD=$build SKIP_BUILD=1 bench/e2e.sh
+# The floor program must keep running through the same script in the agent's place.
+AGENT=$build/bin/bench_floor PHASES=f DURATION=2 BUILD=$build SKIP_BUILD=1 bench/e2e.sh

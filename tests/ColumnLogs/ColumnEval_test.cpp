@@ -38,9 +38,12 @@ class ColumnEvalTest : public ::testing::Test {
   void Evaluate(const std::string& l_strLine, int l_nIndx = 1, long l_lColumnBufSize = -1) {
     m_strLine = std::string(28, '\0') + l_strLine;
     l_pstrLineBuf = &m_strLine[0];
-    m_strColumn.assign(l_lColumnBufSize < 0 ? m_strLine.size() + 1 : static_cast<size_t>(l_lColumnBufSize), '#');
-    m_clLogger.m_pstrOriginalBuf = m_strColumn.empty() ? nullptr : &m_strColumn[0];
-    m_clLogger.m_lOriginalBufSize = static_cast<long>(m_strColumn.size());
+    // A heap block of the exact size, so that the sanitizer build sees a write past its end.
+    const size_t l_nSize = l_lColumnBufSize < 0 ? m_strLine.size() + 1 : static_cast<size_t>(l_lColumnBufSize);
+    m_upColumn.reset(l_nSize == 0 ? nullptr : new char[l_nSize]);
+    if (l_nSize > 0) memset(m_upColumn.get(), '#', l_nSize);
+    m_clLogger.m_pstrOriginalBuf = m_upColumn.get();
+    m_clLogger.m_lOriginalBufSize = static_cast<long>(l_nSize);
     m_clLogger.fColumnIndexFind(l_nIndx, 0, 0);
   }
   // Fresh line-rate state, as after construction, with these thresholds.
@@ -100,7 +103,8 @@ class ColumnEvalTest : public ::testing::Test {
 
   TempDir m_clDir;
   CColumnLogger m_clLogger;
-  std::string m_strLine, m_strColumn;
+  std::string m_strLine;
+  std::unique_ptr<char[]> m_upColumn;
 };
 
 // The operators at their boundaries; any decide but 1 compares as float.
@@ -313,7 +317,10 @@ TEST_F(ColumnEvalTest, EventBytesAndBuffers) {
   EXPECT_EQ(Events(), RuleEvent(1, 2, 1, 2, "Value[a-long-second-column] == a-long-second-column",
                                 "first-column,a-long-second-column"));
   Evaluate("x,a-long-second-column", 1, 0);
-  EXPECT_EQ(m_clLogger.m_nFaultSendIncrease, 2);
+  // The line, a stop delimiter and a NUL: one byte short of that, and exactly that.
+  Evaluate("x,a-long-second-column", 1, 23);
+  Evaluate("x,a-long-second-column", 1, 24);
+  EXPECT_EQ(m_clLogger.m_nFaultSendIncrease, 4);
 }
 
 // The event file gets the mode fopen("a+") gives (0666 less the umask), is
