@@ -50,6 +50,7 @@ if [ "${SKIP_BUILD:-0}" != 1 ]; then
   cmake --build "$build" -j2 --target ColumnLogs bench_logwriter >/dev/null
 fi
 agent_bin=${AGENT:-$build/bin/ColumnLogs}
+case $agent_bin in /*) ;; *) agent_bin=$top/$agent_bin ;; esac  # the agent runs in its own directory
 writer_bin=$build/bin/bench_logwriter
 for bin in "$agent_bin" "$writer_bin"; do
   [ -x "$bin" ] || { echo "missing $bin (build it, or unset SKIP_BUILD)" >&2; exit 1; }
