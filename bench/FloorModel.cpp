@@ -3,8 +3,8 @@
 //
 //   bench_floor <configuration file>
 //
-// It reads LOG_PATH, OUTPUT_PATH and the LOGnn_NAME keys of an agent
-// configuration (plain names only) and then runs like the agent, without
+// It reads LOG_PATH, LOG_MODE, OUTPUT_PATH and the LOGnn_NAME keys of an
+// agent configuration (plain names only) and then runs like the agent, without
 // matching or evaluating anything:
 //   - one cycle per second, a one-second sleep after each;
 //   - a cycle counts the output directory's entries (open and read it) and
@@ -12,7 +12,8 @@
 //     Count", "log [n] offset" for every log, and "LOG offset save" and
 //     "log count" for every log that had something new, "LogGather end";
 //     each record is one status query of the diagnostic log and one write,
-//     as the agent's logger does it;
+//     as the agent's logger does it; a LOG_MODE other than DEBUG, NORMAL or
+//     ERROR writes none, as the agent then has no logger;
 //   - every log gets one status query; a log that grew is opened, read from
 //     its saved offset in 16 KB reads, and closed; after every 800 pieces
 //     (lines of at most 255 characters) it pauses 200 ms and says so on
@@ -49,7 +50,7 @@ struct ST_FLOOR_LOG {
 
 class CFloorLog {
  public:
-  explicit CFloorLog(const std::string& l_strDir) : m_strDir(l_strDir) {}
+  CFloorLog(const std::string& l_strDir, bool l_bOn) : m_strDir(l_strDir), m_bOn(l_bOn) {}
   ~CFloorLog() {
     if (m_nFd >= 0) close(m_nFd);
   }
@@ -57,6 +58,7 @@ class CFloorLog {
   // One record: the time of day, a status query of the file (re-created
   // when missing) and one write, as the agent's logger does it.
   void fRecord(const char* l_pstrFormat, ...) __attribute__((format(printf, 2, 3))) {
+    if (!m_bOn) return;
     char l_strMsg[256];
     va_list l_stArgs;
     va_start(l_stArgs, l_pstrFormat);
@@ -90,6 +92,7 @@ class CFloorLog {
   }
 
   std::string m_strDir;
+  bool m_bOn;
   std::string m_strPath;
   int m_nFd = -1;
 };
@@ -162,6 +165,7 @@ int main(int argc, char** argv) {
   }
   std::string l_strLogPath = "./";
   std::string l_strOutPath = "./";
+  std::string l_strMode;
   std::vector<ST_FLOOR_LOG> l_vstLogs;
   char l_strLine[4096];
   while (fgets(l_strLine, sizeof(l_strLine), l_pstConf) != nullptr) {
@@ -172,6 +176,7 @@ int main(int argc, char** argv) {
     const std::string l_strKey = l_strText.substr(0, l_nEq);
     if (l_strKey == "LOG_PATH") l_strLogPath = fValue(l_strText, l_nEq);
     if (l_strKey == "OUTPUT_PATH") l_strOutPath = fValue(l_strText, l_nEq);
+    if (l_strKey == "LOG_MODE") l_strMode = fValue(l_strText, l_nEq);
     if (l_strKey.size() == 10 && l_strKey.compare(0, 3, "LOG") == 0 && l_strKey.compare(5, 5, "_NAME") == 0) {
       ST_FLOOR_LOG l_stLog;
       l_stLog.m_strPath = fValue(l_strText, l_nEq);
@@ -180,7 +185,7 @@ int main(int argc, char** argv) {
   }
   fclose(l_pstConf);
 
-  CFloorLog l_clLog(l_strLogPath);
+  CFloorLog l_clLog(l_strLogPath, l_strMode == "DEBUG" || l_strMode == "NORMAL" || l_strMode == "ERROR");
   std::vector<char> l_vchChunk(kReadChunk);
   for (;;) {
     l_clLog.fRecord("LogGather start");
