@@ -236,9 +236,18 @@ class CColumnLogger {
   // is left or memory is short (the evaluation then walks the registries).
   const ST_RULE_PLAN* fRulePlan(int l_nIndx);
 
+  // Builds m_strOutPutFileName and m_strSystem from the cycle's start time
+  // when a gather cycle needs them and has not built them yet.
+  void fMakeCycleNames();
+
   std::unique_ptr<char[]> m_pstrEventBuf;  // allocated at the first held event
   size_t m_nEventBufLen = 0;               // bytes held
   bool m_bHoldEvents = false;              // true while a gather cycle runs
+  // The cycle's names are built from this time at their first use (an
+  // event, the hand-off, a waiting "out_" file to look for): most cycles
+  // write nothing and need no local time conversion or formatting.
+  time_t m_tCycleStart = 0;
+  bool m_bNamesPending = false;
 };
 
 // Creates or replaces g_pclOmniLog from LOG_PATH, LOG_VALIDDAY and LOG_MODE

@@ -241,6 +241,7 @@ bool CColumnLogger::fHandOffName(char* l_pstrOutName, size_t l_nSize) const {
 // hand-off replace that file and lose its events. Such a cycle is skipped:
 // nothing is read, the offsets stay, and the next second gives a new name.
 bool CColumnLogger::fHandOffTaken() {
+  fMakeCycleNames();
   char l_strOutName[NAME_BUF_SIZE];
   if (!fHandOffName(l_strOutName, sizeof(l_strOutName))) return false;
   struct stat l_stStat;
@@ -257,6 +258,7 @@ bool CColumnLogger::fHandOffTaken() {
 // for every cycle with events cost the agent about 0.2 ms and its children
 // 7 ms on a small host, and the fork made the agent's pages copy-on-write.
 void CColumnLogger::fHandOff() {
+  fMakeCycleNames();
   char l_strOutName[NAME_BUF_SIZE];
   if (fHandOffName(l_strOutName, sizeof(l_strOutName)) && rename(m_strOutPutFileName, l_strOutName) == 0) return;
   if (system(m_strSystem) == -1) fgLogRecord(3, "LOG", "[%d] close-out command failed : %s", errno, m_strSystem);
@@ -281,12 +283,11 @@ int CColumnLogger::fLogGather() {
   g_lLineBufSize = CYCLE_BUF_START;
   m_lOriginalBufSize = CYCLE_BUF_START;
 
-  const time_t l_tCycle = time(nullptr);
-  struct tm l_stCycle;
-  localtime_r(&l_tCycle, &l_stCycle);
-  fgMakeEventFileName(m_strOutPutFileName, sizeof(m_strOutPutFileName), m_strOutPutPath, &l_stCycle);
-  fgMakeCloseOutCommand(m_strSystem, sizeof(m_strSystem), m_strOutPutFileName, m_strOutPutPath, &l_stCycle);
-  if (fHandOffTaken()) {
+  m_tCycleStart = time(nullptr);
+  m_bNamesPending = true;
+  // An empty output directory holds no "out_" file of this second.
+  if (l_nWaiting != 0 && fHandOffTaken()) {
+    m_bNamesPending = false;
     fReleaseCycleBuffers();
     return 1;
   }
@@ -322,6 +323,7 @@ int CColumnLogger::fLogGather() {
   fFlushEvents();
   m_bHoldEvents = false;
   if (m_nFaultFoundFlag == 1) fHandOff();
+  m_bNamesPending = false;
   fReleaseCycleBuffers();
   m_tRctGtrTime = time(nullptr);
   fgLogRecord(3, "LOG", "LogGather end");

@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include <cstring>
+#include <ctime>
 #include <memory>
 
 #include "ColumnLogger.h"
@@ -83,6 +84,15 @@ int CColumnLogger::fAppendEvent(const char* l_pstrLine, size_t l_nLen) {
   return RESULT_OK;
 }
 
+void CColumnLogger::fMakeCycleNames() {
+  if (!m_bNamesPending) return;
+  m_bNamesPending = false;
+  struct tm l_stCycle;
+  localtime_r(&m_tCycleStart, &l_stCycle);
+  fgMakeEventFileName(m_strOutPutFileName, sizeof(m_strOutPutFileName), m_strOutPutPath, &l_stCycle);
+  fgMakeCloseOutCommand(m_strSystem, sizeof(m_strSystem), m_strOutPutFileName, m_strOutPutPath, &l_stCycle);
+}
+
 int CColumnLogger::fFlushEvents() {
   if (m_nEventBufLen == 0) return RESULT_OK;
   const size_t l_nLen = m_nEventBufLen;
@@ -97,6 +107,7 @@ int CColumnLogger::fFlushEvents() {
 // mode 0666 less the umask) but without a stream, and closed again at once:
 // nothing stays open between writes.
 int CColumnLogger::fWriteEventFile(const char* l_pstrText, size_t l_nLen) {
+  fMakeCycleNames();
   // fgOpen adds close-on-exec, so the shell of the close-out command never inherits it.
   const int l_nFd = fgOpen(m_strOutPutFileName, O_RDWR | O_CREAT | O_APPEND, 0666);
   if (l_nFd < 0) return RESULT_FAIL;
