@@ -1,10 +1,6 @@
-// Column rule evaluation and event output, driven as a gather cycle drives
-// them; events are read back from the event file.
-
+// Column rule evaluation and event output, driven as a gather cycle drives them; events are read back from the file.
 #include <algorithm>
 #include <climits>
-#include <cstdio>
-#include <cstdlib>
 #include <random>
 
 #include "ColumnLogger.h"
@@ -21,43 +17,30 @@ class ColumnEvalTest : public ::testing::Test {
   void SetUp() override {
     snprintf(m_clLogger.m_strOutPutFileName, sizeof(m_clLogger.m_strOutPutFileName), "%s",
              m_clDir.file("ing_test").c_str());
-    for (int& l_nThreshold : m_nCntFaultArray) l_nThreshold = -1;
-    m_strOldLogDate[0] = '\0';
-    m_nNumFaFoundFlag = 0;
-    m_chDilimitor1 = ',';
-    m_clLogger.m_nTokFlag = 1;
+    ResetRate({-1, -1, -1, -1, -1});
+    m_nNumFaFoundFlag = 0, m_chDilimitor1 = ',', m_clLogger.m_nTokFlag = 1;
   }
-  // The gather cycle owns (and frees) these buffers; here the test does.
-  void TearDown() override {
-    l_pstrLineBuf = nullptr;
-    m_clLogger.m_pstrOriginalBuf = nullptr;
-    m_clLogger.m_lOriginalBufSize = 0;
+  void TearDown() override {  // the gather cycle owns (and frees) these buffers; here the test does
+    l_pstrLineBuf = nullptr, m_clLogger.m_pstrOriginalBuf = nullptr, m_clLogger.m_lOriginalBufSize = 0;
   }
-  // The accumulator holds 28 reserved zero bytes, then the line. The column buffer is as long, as in the
-  // gather cycle, unless told otherwise, and holds garbage: nothing may rely on it being clear.
+  // The accumulator holds 28 reserved zero bytes, then the line. The column buffer is as long (as in the gather
+  // cycle) unless told otherwise, an exact heap block (the sanitizer build sees an overrun) holding garbage.
   void Evaluate(const std::string& l_strLine, int l_nIndx = 1, long l_lColumnBufSize = -1) {
     m_strLine = std::string(28, '\0') + l_strLine;
     l_pstrLineBuf = &m_strLine[0];
-    // A heap block of the exact size, so that the sanitizer build sees a write past its end.
     const size_t l_nSize = l_lColumnBufSize < 0 ? m_strLine.size() + 1 : static_cast<size_t>(l_lColumnBufSize);
     m_upColumn.reset(l_nSize == 0 ? nullptr : new char[l_nSize]);
     if (l_nSize > 0) memset(m_upColumn.get(), '#', l_nSize);
-    m_clLogger.m_pstrOriginalBuf = m_upColumn.get();
-    m_clLogger.m_lOriginalBufSize = static_cast<long>(l_nSize);
+    m_clLogger.m_pstrOriginalBuf = m_upColumn.get(), m_clLogger.m_lOriginalBufSize = static_cast<long>(l_nSize);
     m_clLogger.fColumnIndexFind(l_nIndx, 0, 0);
   }
-  // Fresh line-rate state, as after construction, with these thresholds.
-  void ResetRate(const int (&l_vnThresholds)[5]) {
-    m_clLogger.m_nOldTime = m_clLogger.m_nNewTime = 0;
-    m_clLogger.m_nSameTimeCnt = 1;
-    m_strOldLogDate[0] = '\0';
+  void ResetRate(const int (&l_vnThresholds)[5]) {  // line-rate state as after construction
+    m_clLogger.m_nOldTime = m_clLogger.m_nNewTime = 0, m_clLogger.m_nSameTimeCnt = 1, m_strOldLogDate[0] = '\0';
     memcpy(m_nCntFaultArray, l_vnThresholds, sizeof(m_nCntFaultArray));
   }
-  // Starts a case afresh: no event file, no events counted.
-  void ClearEvents() {
+  void ClearEvents() {  // no event file, no events counted
     remove(m_clLogger.m_strOutPutFileName);
-    m_clLogger.m_nFaultSendIncrease = 0;
-    m_clLogger.m_nFaultFoundFlag = 0;
+    m_clLogger.m_nFaultSendIncrease = m_clLogger.m_nFaultFoundFlag = 0;
   }
   // Integer rules, "value > threshold".
   void AddNum(int l_nIndex, int l_nColumn, int l_nLevel, int l_nValue, std::string l_strExt1 = "",
@@ -136,9 +119,7 @@ const char* const kValueTexts[] = {
     "0.0000000000000000000001", "0.00000000000000000000001", "16777217", "340282356779733661637539395458142568448",
     "340282366920938463463374607431768211456", "1.00000005960464477539", "80.9", "80.5", "98.5", "%", "/"};
 
-// The value text reads as strtol (clamped to int) and strtod narrowed to
-// float read it: != shows the value read; a threshold equal to strtod's
-// reading makes == fire, bit for bit.
+// The value reads as strtol (clamped to int) and strtod (as float) read it; == fires at strtod's reading, bit for bit.
 TEST_F(ColumnEvalTest, NumberReadingFollowsTheCLibrary) {
   ST_NUM_PATTERN_LIST l_stInt = Rule(1, 123456789, 0, 6), l_stDec = Rule(2, 0, -1.5e30f, 6);
   for (const char* l_pstrText : kValueTexts) {
@@ -157,9 +138,8 @@ TEST_F(ColumnEvalTest, NumberReadingFollowsTheCLibrary) {
   }
 }
 
-// Texts around the number: the first occurrence of each counts, a text that
-// is not there leaves the whole column (or the rest of it), and a letter in
-// the value text means the rule does not apply (-1). "NULL" is plain text.
+// The first occurrence of each text around the number counts, a missing one leaves the column (or the rest of it);
+// a letter in the value means the rule does not apply (-1); "NULL" is plain text.
 TEST_F(ColumnEvalTest, TextsAroundTheNumberSelectTheValueText) {
   const struct { const char *ext1, *ext2, *column, *message; int result; } kCases[] = {
       {"cpu=", "%", "cpu=93%", "Value[93] != 0", 1},  {"cpu=", "%", "93", "Value[93] != 0", 1},
@@ -178,9 +158,8 @@ TEST_F(ColumnEvalTest, TextsAroundTheNumberSelectTheValueText) {
   }
 }
 
-// Of consecutive rules for one column (newest first) the first that fires ends
-// the run; a rule for another column between them starts a new run. Text rules
-// have no early stop, and every rule reads the column as it was cut.
+// Of consecutive rules for one column (newest first) the first that fires ends the run, a rule for another column
+// starts a new run; text rules have no early stop, and every rule reads the column as it was cut.
 TEST_F(ColumnEvalTest, NumericRunStopsAtFirstFiringRuleTextRulesDoNot) {
   struct Case { bool otherColumnBetween; std::string value; std::vector<int> levels; } cases[] = {
       {false, "95", {2}}, {false, "85", {1}}, {false, "50", {}}, {true, "95", {2, 1}}, {true, "85", {1}}};
@@ -194,10 +173,9 @@ TEST_F(ColumnEvalTest, NumericRunStopsAtFirstFiringRuleTextRulesDoNot) {
     AddNum(2, 3, 7, 0);                                // another log: never applied
     Evaluate("a,b," + c.value);
     std::string l_strExpected;
-    for (int l_nLevel : c.levels) {
+    for (int l_nLevel : c.levels)
       l_strExpected += RuleEvent(1, 1, l_nLevel, 3, "Value[" + c.value + "] > " + (l_nLevel == 2 ? "90" : "80"),
                                  "a,b," + c.value);
-    }
     EXPECT_EQ(Events(), l_strExpected);
     EXPECT_EQ(m_clLogger.m_nFaultSendIncrease, static_cast<int>(c.levels.size()));
   }
@@ -258,8 +236,7 @@ TEST_F(ColumnEvalTest, DateColumnsAndTimeKey) {
   EXPECT_EQ(Events(), "");  // date rules never fire; no thresholds are set
 }
 
-// The line-rate check counts lines per seconds value over all evaluated lines
-// and reports the highest level reached when the seconds value changes.
+// Lines are counted per seconds value over all logs; the highest level reached is reported when the value changes.
 TEST_F(ColumnEvalTest, LineRateEvents) {
   const std::string l_strDate = "2022-06-27 10:11:05 ";
   struct Case { const char* name; int thresholds[5]; int lines; std::string event; } cases[] = {
@@ -275,7 +252,6 @@ TEST_F(ColumnEvalTest, LineRateEvents) {
     SCOPED_TRACE(c.name);
     ResetRate(c.thresholds);
     ClearEvents();
-    // The first line changes the time key from 0 with a count of 1.
     for (int l_nLine = 0; l_nLine < c.lines; ++l_nLine) Evaluate("2022-06-27,10:11:05,x");
     EXPECT_EQ(m_clLogger.m_nSameTimeCnt, c.lines);
     const std::string l_strBefore = Events();
@@ -284,8 +260,7 @@ TEST_F(ColumnEvalTest, LineRateEvents) {
     EXPECT_EQ(m_clLogger.m_nSameTimeCnt, 1);
     EXPECT_EQ(std::string(m_strOldLogDate), "2022-06-27 10:11:06 ");
   }
-  // A threshold of 0 is reached at every change of the time key; without date
-  // columns the bar separator is followed directly by " log count[".
+  // A threshold of 0 is reached at every change of the time key; without date columns " log count[" follows the bar.
   ClearEvents();
   m_clLogger.m_pclDatePatternList->fClearLinkedList();
   ResetRate({0, -1, -1, -1, -1});
@@ -296,8 +271,7 @@ TEST_F(ColumnEvalTest, LineRateEvents) {
                           RateEvent(1, 0, "05  log count[2] >= [0]") + RateEvent(2, 0, "06  log count[1] >= [0]"));
 }
 
-// Separators inside the line are copied unchanged; a long column is quoted
-// whole; a column buffer smaller than the line (or none) is never overrun.
+// Separators in the line are copied as they are, a long column is quoted whole, a short column buffer never overrun.
 TEST_F(ColumnEvalTest, EventBytesAndBuffers) {
   AddNum(1, 3, 2, 90);
   Evaluate(Sep("x{|}y|z{~}") + ",b,95");
@@ -323,8 +297,7 @@ TEST_F(ColumnEvalTest, EventBytesAndBuffers) {
   EXPECT_EQ(m_clLogger.m_nFaultSendIncrease, 4);
 }
 
-// The event file gets the mode fopen("a+") gives (0666 less the umask), is
-// opened per event, appended to in order, and no descriptor stays open.
+// The event file gets fopen's mode (0666 less the umask), is opened per event, appended to; no descriptor stays open.
 TEST_F(ColumnEvalTest, EventFileWrites) {
   char l_strMsg[] = "m", l_strRaw[] = "raw line\n";
   AddChar(1, 1, 0, 1, "5");
@@ -345,9 +318,8 @@ TEST_F(ColumnEvalTest, EventFileWrites) {
   EXPECT_EQ(testsupport::ListDir("/proc/self/fd").size(), l_nFds);
 }
 
-// Seeded random registries (three logs, the three kinds, every comparison,
-// columns 1 to 70 in broken runs) and lines of up to 70 columns: a turn, which
-// gathers each log's rules once, writes the events of the registry walk.
+// Seeded random rules (three logs, all kinds and comparisons, columns 1 to 70) over lines of up to 70 columns: a
+// turn, which gathers each log's rules once, writes the events of the line-by-line walk.
 TEST(ColumnEvalTurn, GatheredRulesEvaluateAsTheWalk) {
   std::mt19937 l_clRandom(20261123);
   auto l_fPick = [&](int l_nLow, int l_nHigh) { return std::uniform_int_distribution<int>(l_nLow, l_nHigh)(l_clRandom); };
@@ -364,14 +336,13 @@ TEST(ColumnEvalTurn, GatheredRulesEvaluateAsTheWalk) {
       std::string l_strExt1 = l_fPick(0, 1) ? "v=" : "", l_strExt2 = l_fPick(0, 1) ? "%" : "";
       std::string l_strText = l_vpstrTexts[l_fPick(0, 4)], l_strLayout = "hh:mm:ss";
       const int l_nKind = l_fPick(0, 2);
-      if (l_nKind == 0) {
+      if (l_nKind == 0)
         l_clLogger.m_pclNumPatternList->fAddLinkedList(l_nLog, l_nColumn, l_fPick(0, 4), l_fPick(1, 2), 50, 50.5f,
                                                        l_fPick(1, 6), &l_strExt1[0], &l_strExt2[0]);
-      } else if (l_nKind == 1) {
+      else if (l_nKind == 1)
         l_clLogger.m_pclCharPatternList->fAddLinkedList(l_nLog, l_nColumn, l_fPick(0, 4), l_fPick(1, 3), &l_strText[0]);
-      } else {
+      else
         l_clLogger.m_pclDatePatternList->fAddLinkedList(l_nLog, l_nColumn, &l_strLayout[0]);
-      }
     }
     std::vector<std::string> l_vstrLines(30);
     std::string l_strFile;

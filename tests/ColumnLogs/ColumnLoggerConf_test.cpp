@@ -1,5 +1,4 @@
-// Loading whole configuration files, written with the real separator bytes,
-// into the watch and rule registries.
+// Whole configuration files, with the real separator bytes, loaded into the watch and rule registries.
 #include "ColumnLogger.h"
 #include "OmniLog.h"
 #include "TestSupport.h"
@@ -8,41 +7,29 @@ namespace {
 
 using namespace testsupport;
 
-// A gatherer loaded from a configuration text, with a DEBUG logger writing
-// into the temporary directory when asked, so that its records can be read.
-class Loaded {
- public:
+// A gatherer loaded from a configuration text, with a DEBUG logger (whose records can be read) when asked.
+struct Loaded {
   explicit Loaded(const std::string& config, bool withLogger = false, int print = 0) {
-    WriteFile(m_dir.file("agent.conf"), "OUTPUT_PATH=/tmp/out/\nLINE_WAIT_CNT=12\n" + config);
-    if (withLogger) {
-      g_pclOmniLog = new COmniLog(1, const_cast<char*>("SER"), 7);
-      std::string path = m_dir.path() + "/";
-      g_pclOmniLog->fSetLogPath(&path[0]);
-    }
-    std::string conf = m_dir.file("agent.conf");
+    EXPECT_TRUE(WriteFile(m_dir.file("agent.conf"), "OUTPUT_PATH=/tmp/out/\nLINE_WAIT_CNT=12\n" + config));
+    std::string path = m_dir.path() + "/", conf = m_dir.file("agent.conf");
+    if (withLogger) (g_pclOmniLog = new COmniLog(1, const_cast<char*>("SER"), 7))->fSetLogPath(&path[0]);
     m_logger.fSetConfManager(&conf[0]);
     m_err = StderrOf([&] { m_result = m_logger.fLoadConfInfo(); }, print);
   }
-  ~Loaded() {
-    delete g_pclOmniLog;
-    g_pclOmniLog = nullptr;
-  }
+  ~Loaded() { delete g_pclOmniLog; g_pclOmniLog = nullptr; }
   std::string Records() const { return ReadAll(m_dir.path(), "2"); }  // YYYYMMDD_SER.log
   ST_LOGFILE_INFO* Log(int index) { return m_logger.m_pclLogFileList->fGetNode(index); }
 
+  TempDir m_dir;
   CColumnLogger m_logger;
   int m_result = 0;
   std::string m_err;
-
- private:
-  TempDir m_dir;
 };
 
 WatchEntry Entry(int index) { return {index, "/var/log/app" + std::to_string(index) + ".log"}; }
 
-// Entries load in number order; one that lacks a key is skipped whole and
-// silently, and numbers from 20 on are never read. The check type keeps its
-// low byte only.
+// Entries load in number order; one lacking a key is skipped silently; from 20 on none is read; the check type keeps
+// its low byte.
 TEST(ColumnLoggerConf, EntriesLoadInNumberOrderAndIncompleteOnesAreSkipped) {
   std::string config;
   for (int index : {5, 2, 20}) config += EntryLines(Entry(index));
@@ -61,8 +48,7 @@ TEST(ColumnLoggerConf, EntriesLoadInNumberOrderAndIncompleteOnesAreSkipped) {
   EXPECT_EQ(loaded.m_err, "");
 }
 
-// The thresholds are process-wide: every entry that passes registration
-// resets them, so the last one wins, even when it has none (NULL).
+// The thresholds are process-wide: each registered entry resets them, so the last wins, even without any (NULL).
 TEST(ColumnLoggerConf, LineRateThresholdsAreProcessWideAndLastEntryWins) {
   WatchEntry a = Entry(1), b = Entry(2), c = Entry(3);
   a.secLog = "3{~}50";
@@ -76,8 +62,7 @@ TEST(ColumnLoggerConf, LineRateThresholdsAreProcessWideAndLastEntryWins) {
   EXPECT_EQ(withNull.Log(3)->m_nSecLogCntFaultLevel + withNull.Log(3)->m_nSecLogCount, 0);
 }
 
-// A bad value refuses its entry whole, on standard error and in a record, and
-// the other entries still load.
+// A bad value refuses its entry whole, on standard error and in a record; the other entries still load.
 TEST(ColumnLoggerConf, MalformedEntriesAreRefusedWholeWithTheKeyNamed) {
   using E = WatchEntry;
   const struct { std::string E::*key; std::string value, err; } cases[] = {
@@ -106,9 +91,7 @@ TEST(ColumnLoggerConf, MalformedEntriesAreRefusedWholeWithTheKeyNamed) {
   }
 }
 
-// Values handed to fAddLogInfo directly are not bounded by the loader: one
-// past the first 511 characters is refused whole, not registered with a
-// part of it unchecked.
+// A value handed to fAddLogInfo directly (no loader bound) past 511 characters is refused whole, not cut.
 TEST(ColumnLoggerConf, OverlongRuleValueIsRefusedWhole) {
   CColumnLogger logger;
   std::string name = "/tmp/app.log", null = "NULL", delimitor = Sep(",{~}NULL"), date;
@@ -124,10 +107,8 @@ TEST(ColumnLoggerConf, OverlongRuleValueIsRefusedWhole) {
   EXPECT_EQ(logger.m_pclLogFileList->fGetNode(1), nullptr);
 }
 
-// Every rule is named in a diagnostic record and lands in its registry, the
-// newest rule of an entry first (a dot in the value makes a decimal rule; a
-// trailing bar separator adds nothing; code 3 compiles its pattern); the
-// console trace names each entry.
+// Every rule is recorded and registered, an entry's newest first (a dot makes a decimal rule, a trailing bar adds
+// nothing, code 3 compiles its pattern); the console trace names each entry.
 TEST(ColumnLoggerConf, RulesAreRecordedAndRegisteredInOrder) {
   WatchEntry a = Entry(1);
   a.secLog = "3{~}50{|}4{~}100";

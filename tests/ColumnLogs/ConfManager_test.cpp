@@ -79,8 +79,7 @@ TEST(CConfManager, RefusedReadsEmptyTheStore) {
   EXPECT_FALSE(FileExists(missing) || FileExists(missing + "_lock"));
 }
 
-// The one slow test: a lock file left by a dead process holds the store up
-// for LOCK_WAITS seconds, then is taken over and removed.
+// The one slow test: a dead process's lock file holds the store up for LOCK_WAITS seconds, then is taken over.
 TEST(CConfManager, TakesOverAStaleLockAfterTenSeconds) {
   TempDir tmp;
   ASSERT_TRUE(WriteFile(tmp.file("conf_lock"), "999999"));
@@ -94,9 +93,8 @@ TEST(CConfManager, TakesOverAStaleLockAfterTenSeconds) {
   EXPECT_FALSE(FileExists(tmp.file("conf_lock")));
 }
 
-// Lookups take the first entry of a key (what the agent reads of a duplicated
-// key). The file is read again only when its modification time changed, or
-// after the buffers were emptied; a vanished file keeps the entries.
+// Lookups take a key's first entry; the file is read again only when its time changed or the buffers were emptied;
+// a vanished file keeps the entries.
 TEST(CConfManager, FirstEntryWinsAndReFreshReadsOnlyAChangedFile) {
   TempDir tmp;
   const std::string path = tmp.file("conf");
@@ -116,9 +114,8 @@ TEST(CConfManager, FirstEntryWinsAndReFreshReadsOnlyAChangedFile) {
   EXPECT_EQ(Opt(store, "A"), "2");
 }
 
-// The rewrite (no program calls it): only what the store changed differs,
-// inside its section, over a temporary file an interrupted rewrite left; the
-// old file is kept as "_b"; a value that would not read back is refused.
+// The rewrite changes only what the store changed, in its section, over a left temporary file; the old file is kept
+// as "_b"; a value that would not read back is refused.
 TEST(CConfManager, RewriteChangesOnlyWhatTheStoreChanged) {
   TempDir tmp;
   const std::string path = tmp.file("conf"), before = "[A]\nX=1\nW=2\n# about B\n\n[B]\nX=2\nW=3\n";

@@ -36,8 +36,7 @@ TEST(FileUtil, IPCheckAcceptsDottedQuadsByTheirLeadingNumbers) {
 // refused. The file search skips hidden names and is case-sensitive.
 TEST(FileUtil, MakesMissingAncestorsAndFindsFileNames) {
   TempDir tmp;
-  const mode_t mask = umask(0);
-  umask(mask);
+  const mode_t mask = Umask();
   char* old = getcwd(nullptr, 0);
   ASSERT_EQ(chdir(tmp.path().c_str()), 0);
   for (std::string path : {tmp.file("a/b/c/"), std::string("d/e")}) EXPECT_EQ(fgMakeDirectory(&path[0]), 1) << path;

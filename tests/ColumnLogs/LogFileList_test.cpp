@@ -20,8 +20,7 @@ void Register(CLogFileList& list, const std::vector<int>& indexes) {
   }
 }
 
-// Records stay in registration order; a second record for an entry number
-// and a name that would have to be cut are refused.
+// Records stay in registration order; a second record for an entry and a name that would be cut are refused.
 TEST(CLogFileList, RegistrationAndLookups) {
   CLogFileList list;
   Register(list, {1, 5, 2});
@@ -49,8 +48,7 @@ TEST(CLogFileList, RegistrationAndLookups) {
   EXPECT_EQ(list.fClearLogFile(), 3);
 }
 
-// Every value replaces all five slots of an earlier one. A pattern of 2047
-// characters still compiles (gaps keep its pieces below the engine's limit).
+// Every value replaces all five slots; a pattern of 2047 characters still compiles (gaps keep its pieces short).
 TEST(CLogFileList, PatternSlotFilling) {
   std::string p2047 = "^", p2048(2048, 'q');
   for (int i = 0; i < 4; ++i) p2047 += std::string(400, 'p') + ".*";
@@ -82,9 +80,7 @@ TEST(CLogFileList, PatternSlotFilling) {
   }
 }
 
-// A text that does not compile is kept without a compiled pattern; the
-// delimiter is kept up to its 31 characters; slot operations outside the
-// record's five slots are refused.
+// A text that does not compile is kept uncompiled; the delimiter keeps 31 characters; slots past five are refused.
 TEST(CLogFileList, PatternSettingsAndSlotBounds) {
   CLogFileList list;
   Register(list, {1});
@@ -102,8 +98,7 @@ TEST(CLogFileList, PatternSettingsAndSlotBounds) {
   EXPECT_EQ(list.fPatternComp(info, 5, Text(good)), 0);
 }
 
-// The console trace comes first; the logger echoes its record after it.
-// Values longer than 225 characters are quoted up to 226 and "...".
+// The console trace comes before the logger's echo; values past 225 characters are quoted up to 226 and "...".
 TEST(CLogFileList, NoStorablePatternIsReported) {
   testsupport::TempDir dir;
   std::string name = "unit", path = dir.path() + "/";

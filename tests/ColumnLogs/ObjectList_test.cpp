@@ -1,5 +1,4 @@
-// The generic ordered list (the engine of the registries too) and the keyed
-// buffer of the configuration store built on it.
+// The generic ordered list (the registries' engine too) and the configuration store's keyed buffer built on it.
 #include <cstdint>
 
 #include "ObjectBuffer.h"
@@ -8,8 +7,7 @@
 
 namespace {
 
-// Adds nodes with these keys; each node's data pointer is its insertion
-// position, a value the list must carry but never touch or free.
+// Adds nodes with these keys; each data pointer is the insertion position, carried but never touched or freed.
 void Add(CObjectList& list, const std::vector<int>& keys) {
   for (size_t i = 0; i < keys.size(); ++i) {
     ST_OBJECTLIST_LNKLST node{keys[i], reinterpret_cast<void*>(i), nullptr, nullptr};
@@ -31,8 +29,7 @@ std::string Dump(CObjectList& list) {
   return out;
 }
 
-// Equal keys keep their insertion order in the sorted orders; a refused
-// duplicate is no error, a null node is.
+// Equal keys keep their insertion order when sorted; a refused duplicate is no error, a null node is.
 TEST(CObjectList, InsertionOrdersAndDuplicates) {
   const struct { int orderType, dupFlag; std::vector<int> added; std::string dump; } cases[] = {
       {3, 1, {5, 3, 5, 1}, "1/3 3/1 5/0 5/2 "}, {1, 1, {3, 1, 2}, "3/0 1/1 2/2 "},
@@ -50,8 +47,7 @@ TEST(CObjectList, InsertionOrdersAndDuplicates) {
   EXPECT_EQ(std::to_string(list.fGetErrorCode()) + list.fGetErrorMsg(), "-1[-1] Add node is NULL");
 }
 
-// Deleting removes every node with the key. Removing the node under the
-// cursor moves the cursor: head -> successor, end or middle -> predecessor.
+// Deleting removes every node with the key; the cursor on a removed node moves: head -> next, else -> previous.
 TEST(CObjectList, DeleteRemovesEveryMatchingNodeAndMovesTheCursor) {
   // After `steps` calls of fMoveNext, `deleted` goes; `cursor`: the key under the cursor after it (0: none).
   const struct { std::vector<int> keys; int steps, deleted, result; std::string left; int cursor; } cases[] = {
@@ -106,8 +102,7 @@ TEST(CObjectBuffer, FreedIndicesAreReusedAndTheFirstEqualKeyWins) {
   EXPECT_EQ(buffer.fObjectPut(key, C("3")), 3);
   key[0] = 'X';  // the buffer holds its own copy
   EXPECT_EQ(buffer.fObjectRemove(C("b")), 1);
-  // The smallest free index comes back, but the new entry is the last one in
-  // insertion order: a lookup by key still finds the older entry first.
+  // The smallest free index comes back, but a lookup by key still finds the older entry first.
   EXPECT_EQ(buffer.fObjectPut(C("c"), C("new")), 2);
   EXPECT_STREQ(static_cast<char*>(buffer.fSetObject(C("c"), C("three"))), "three");
   EXPECT_EQ(Entries(buffer), "1:a=1;2:c=new;3:c=three;");

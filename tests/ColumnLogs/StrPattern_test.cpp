@@ -39,11 +39,9 @@ TEST(CStrPattern, Matches) {
       {"a.*b", "ba", 0}, {"a.*a", "a", 0}, {"a.*.*a", "a", 1},
       // The empty subject matches only negations.
       {"a", "", 0}, {"(NOT:a)", "", 1}, {"(NOT:a)&(b)", "", 0},
-      // A last alternative anchored at both ends without a gap is a prefix
-      // test, as the same alternative is in first place or alone.
+      // A last alternative anchored at both ends without a gap is a prefix test, as in first place or alone.
       {"x|^y$", "yz", 1}, {"x|^y$", "zy", 0}, {"x|^y$", "axb", 1}, {"x|^$", "z", 1},
-      // Closing more groups than are open: a ')' without an open group folds
-      // what is left of it and empties the stack.
+      // A ')' without an open group folds what is left of it and empties the stack.
       {"))((", "a", 0}, {"a))((b", "b", 1}, {"a)|(b", "a", 0},
       {"zz", l_strLong, 0}, {"a$", l_strLong, 1}, {"(NOT:z)", l_strLong, 1},
   };
@@ -64,7 +62,6 @@ TEST(CStrPattern, ObjectState) {
   EXPECT_EQ(l_clPattern.fPatternEx(nullptr), 0);
   ASSERT_EQ(Compile(l_clPattern, "c"), 1);  // a new compile replaces it
   EXPECT_EQ(Match(l_clPattern, "b"), 0);
-
 }
 
 TEST(CStrPattern, CompileResultsAndLimits) {
@@ -122,8 +119,7 @@ TEST(CStrPattern, PlainTextIsASubstringTest) {
   };
   int l_nMatched = 0;
   for (int l_nRound = 0; l_nRound < 3000; ++l_nRound) {
-    const std::string l_strPattern = l_fText(4);
-    const std::string l_strSubject = l_fText(16);
+    const std::string l_strPattern = l_fText(4), l_strSubject = l_fText(16);
     SCOPED_TRACE("pattern '" + l_strPattern + "' subject '" + l_strSubject + "'");
     CStrPattern l_clPattern;
     ASSERT_EQ(Compile(l_clPattern, l_strPattern), 1);

@@ -1,6 +1,5 @@
-// Shared by the logger tests: a fake clock, and a temporary installation laid out as the logger expects it
-// from its working directory <tmp>/root/work: the scripts in <tmp>/utils/ ("../../utils/..."), their answer
-// in <tmp>/root/aproc/shell, and the log directory <tmp>/logs/.
+// The logger tests' fake clock and installation: working directory <tmp>/root/work, scripts in <tmp>/utils/
+// ("../../utils/..."), their answer in <tmp>/root/aproc/shell, logs in <tmp>/logs/.
 #pragma once
 
 #include <fcntl.h>
@@ -62,8 +61,7 @@ class LoggerLayout : public ::testing::Test {
     const int raw = system(command.c_str());
     return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
   }
-  // A logger on the fake clock writing under `dir`; `thread` as the
-  // constructor's fourth argument, or none when negative.
+  // A logger on the fake clock writing under `dir`; `thread` is the constructor's fourth argument (none if < 0).
   static std::unique_ptr<COmniLog> MakeLogger(const std::string& dir, int mode = 2, const std::string& name = "SER",
                                               int validDay = 7, int thread = -1) {
     auto log = thread < 0 ? std::make_unique<COmniLog>(mode, Text(name), validDay)

@@ -1,6 +1,4 @@
-// The threaded writer and its queue (not used by the agent, but by other
-// programs that share the library): record shape, queue limit, drain at stop,
-// concurrent producers. The ThreadSanitizer check runs it.
+// The threaded writer and its queue (other programs of the library use them; the ThreadSanitizer build runs this).
 #include <atomic>
 #include <chrono>
 #include <sstream>
@@ -28,8 +26,7 @@ TEST(MessageQueue, FirstInFirstOutAndPopWaitsForAPush) {
   consumer.join();
 }
 
-// Cutting long fields is checked through the threaded writer; null fields
-// are stored as empty texts.
+// Null fields are stored as empty texts (long ones are cut: see the threaded writer).
 TEST(MessageQWriteLog, NullFieldsAreEmpty) {
   MessageQWriteLog empty;
   EXPECT_EQ(empty.fSetCollectWriteData(0, nullptr, nullptr), 1);
@@ -52,8 +49,7 @@ class OmniLogThread : public omnilogtest::LoggerLayout {
   }
 };
 
-// Records keep their source position; a file name is cut to 63 characters
-// and a message to 2047.
+// Records keep their source position; a file name is cut to 63 characters and a message to 2047.
 TEST_F(OmniLogThread, QueuedRecordsCarrySourceAndLineAsInfo) {
   auto log = MakeThreaded();
   log->fLogWrite(1, Text("LOG"), Text("debug in normal mode"));
@@ -71,8 +67,7 @@ TEST_F(OmniLogThread, QueuedRecordsCarrySourceAndLineAsInfo) {
   EXPECT_STREQ(buf, "20240305-070809");
 }
 
-// At most 500 waiting messages (one more gets past the count); stopping
-// writes, in order, what the writer had not reached.
+// At most 500 waiting messages (one more gets past the count); stopping writes, in order, what is left.
 TEST_F(OmniLogThread, QueueLimitDropsAndDrainKeepsOrder) {
   auto log = MakeThreaded();
   Queue<MessageQWriteLog*>* queue = log->fGetMessageQueue();
@@ -80,8 +75,7 @@ TEST_F(OmniLogThread, QueueLimitDropsAndDrainKeepsOrder) {
   // The writer first sleeps 100 ms: the burst lands in an untouched queue.
   for (int i = 0; i < 600; ++i) log->fLogWrite(3, Text("LOG"), Text("m" + std::to_string(i)));
   EXPECT_EQ(queue->getCount(), 501);
-  // Once the writer has taken one, a message is accepted again; it takes
-  // one message per wake-up, so the backlog is far from drained.
+  // Once the writer took one a message is accepted again; one per wake-up: the backlog is far from drained.
   ASSERT_TRUE(testsupport::PollFor([&] { return queue->getCount() <= 500; }, 5000));
   log->fLogWrite(3, Text("LOG"), Text("late"));
   EXPECT_GT(queue->getCount(), 250);
@@ -92,18 +86,16 @@ TEST_F(OmniLogThread, QueueLimitDropsAndDrainKeepsOrder) {
   EXPECT_EQ(lines[501], "[143005][INFO][src][0]late");
 }
 
-// Each producer's records are all there, in its own order (and under
-// ThreadSanitizer without a report).
+// Each producer's records are all there, in its own order (and under ThreadSanitizer without a report).
 TEST_F(OmniLogThread, ConcurrentProducersLoseNothing) {
   auto log = MakeThreaded();
   log->fSetThreadChk(1);
   constexpr int kThreads = 4, kEach = 100;
   std::vector<std::thread> producers;
-  for (int t = 0; t < kThreads; ++t) {
+  for (int t = 0; t < kThreads; ++t)
     producers.emplace_back([&, t] {
       for (int i = 0; i < kEach; ++i) log->fLogWrite(3, i, Text("t" + std::to_string(t)), Text("n" + std::to_string(i)));
     });
-  }
   for (auto& p : producers) p.join();
   log.reset();
   std::vector<int> next(kThreads, 0);

@@ -1,5 +1,4 @@
-// Logger core and file lifecycle: record format and file names, grades and
-// modes, open failures, the day switch, size rotation, retention, compression.
+// The logger: record format, file names, grades and modes, open failures, day switch, rotation, retention.
 #include "OmniLogTestEnv.h"
 
 using namespace testsupport;
@@ -32,13 +31,10 @@ TEST_F(OmniLog, FileNamesAndRecordFormat) {
   }
   struct stat st;
   ASSERT_EQ(stat(LogFile("a/20240315_SER.log").c_str(), &st), 0);
-  const mode_t mask = umask(0);
-  umask(mask);
-  EXPECT_EQ(st.st_mode & 0777, 0644 & ~mask);
+  EXPECT_EQ(st.st_mode & 0777, 0644 & ~testsupport::Umask());
 }
 
-// The record and its echo on standard error (g_nPrint 1) by mode and grade;
-// a record that produces nothing still opens the day's file.
+// The record and its echo (g_nPrint 1) by mode and grade; a record that makes nothing still opens the day's file.
 TEST_F(OmniLog, GradeModeAndMessageDecideTheRecord) {
   const char* info = "[143005][INFO][LOG]m\n";
   struct Case { int mode, grade; const char *message, *record; } cases[] = {
@@ -64,8 +60,7 @@ TEST_F(OmniLog, UnwritableDirectoryReportsEveryOpenAndRecovers) {
   // The first record opens at the day switch and again in the size check, later ones in the size check.
   EXPECT_EQ(StderrOf([&] { Write(*log, "first"); }), failure + failure);
   EXPECT_EQ(StderrOf([&] { Write(*log, "second"); }, 1), "[143005][INFO][LOG]second\n" + failure);
-  // Once the directory exists the next record re-creates the file and is
-  // itself dropped, as is a record that finds the file removed while open.
+  // Once the directory exists the next record re-creates the file and is dropped, as is one after a removal.
   ASSERT_EQ(mkdir(missing.c_str(), 0755), 0);
   for (const char* message : {"dropped", "kept"}) Write(*log, message);
   ASSERT_EQ(unlink((missing + "20240315_SER.log").c_str()), 0);
@@ -73,8 +68,7 @@ TEST_F(OmniLog, UnwritableDirectoryReportsEveryOpenAndRecovers) {
   EXPECT_EQ(ReadFile(missing + "20240315_SER.log"), "[143005][INFO][LOG]three\n");
 }
 
-// Opened with standard input closed, the file is not descriptor 0; it is not
-// inherited by child programs. Source positions and helper records.
+// Opened with standard input closed, the file is not descriptor 0, nor inherited; source positions, helper records.
 TEST_F(OmniLog, DescriptorHelperAndSourcePositionRecords) {
   fgLogRecord(3, "LOG", "[%d] %s", 1, "nobody listens");  // no process logger: must not crash
   const int savedStdin = dup(0);
@@ -98,9 +92,7 @@ TEST_F(OmniLog, DescriptorHelperAndSourcePositionRecords) {
   EXPECT_EQ(fds.find("20240315_SER.log"), std::string::npos) << fds;
 }
 
-// At the day change the files of this logger's kind older than the retention
-// go (the agent keeps the retention between 1 and 1000 days), and a path set
-// meanwhile is taken: an open file is not switched before.
+// At the day change this logger's files older than the retention go, and a path set meanwhile is taken (not before).
 TEST_F(OmniLog, DayChangeSweepsOldFilesAndTakesTheNewPath) {
   for (const char* f : {"20240307_SER.log", "20240307_SER_3.log.gz", "20240301_OTHER.log.Z", "20240308_SER_2.log",
                         "20240307_SER.log.bz2", "notes.log", "SER_20240301.log", ".20240401_SER.log",
@@ -131,8 +123,7 @@ TEST_F(OmniLog, DayChangeSweepsOldFilesAndTakesTheNewPath) {
   EXPECT_TRUE(FileExists(other + "20240317_SER.log"));
 }
 
-// The full file is compressed by the project's runner, its name reaching it
-// as one argument whatever the shell would make of it.
+// The full file is compressed by the runner, its name one argument whatever the shell would make of it.
 TEST_F(OmniLog, RotationSequenceDropsTheTriggeringRecord) {
   InstallScript("ETC/ShCmd", "#!/bin/sh\necho \"$1 $3\" >> ../ran.txt\n");  // notes what it would compress
   const std::string dir = SubDir("it's my $HOME; logs");
@@ -157,8 +148,7 @@ TEST_F(OmniLog, RotationSequenceDropsTheTriggeringRecord) {
   Write(*log, "trigger 3");
   Write(*log, "new day _1");
   EXPECT_EQ(ReadFile(LogFile("20240316_SER_1.log")), "[000000][INFO][LOG]new day _1\n");
-  // Every rotation compresses the full file, whatever fSetLogCompress says;
-  // the day change does not (compression at day change is off).
+  // Every rotation compresses the full file whatever fSetLogCompress says; the day change does not.
   if (access("/usr/bin/gzip", X_OK) != 0 && access("/bin/gzip", X_OK) != 0) return;  // no compressor: nothing runs
   std::string noted;
   ASSERT_TRUE(PollFor([&] { return Count(noted = ReadFile("../ran.txt"), "\n") >= 3; }, 5000)) << noted;
@@ -167,8 +157,7 @@ TEST_F(OmniLog, RotationSequenceDropsTheTriggeringRecord) {
   EXPECT_EQ(noted.find(LogFile("20240315_SER_2.log")), std::string::npos) << noted;
 }
 
-// Only names with "AGENT" or "agent" ask, at the first record only; an
-// answer is used only when it names a file of today. Only dates reach the shell.
+// Only names with "AGENT" or "agent" ask, at the first record only, for a file of today; only dates reach the shell.
 TEST_F(OmniLog, RecentFileLookupAndItsAnswer) {
   struct Case { const char *name, *answer, *file; bool asks; } cases[] = {
       {"MY_AGENT", "20240315_MY_AGENT_3.log\n", "20240315_MY_AGENT_3.log", true},

@@ -1,6 +1,5 @@
-// The agent runs on through file system faults and hostile input, says what
-// went wrong, and once repaired goes on without losing what it promises.
-
+// The agent runs on through file system faults and hostile input, says what went wrong, and once repaired goes on.
+#include <cerrno>
 #include <iostream>
 
 #include "TestSupport.h"
@@ -9,6 +8,8 @@ namespace {
 
 using namespace testsupport;
 using Change = std::function<void(const std::string& path)>;
+// A set-up step checks its own calls: a failed one is a set-up error, not a wrong outcome of the agent.
+#define SETUP(ok) ASSERT_TRUE(ok) << #ok << ": " << strerror(errno)
 
 // A file-mode fault needs the agent to run as nobody under root: skipped, with a note, if nobody cannot.
 bool SkipUnprivileged(bool unprivileged, const char* name) {
@@ -17,34 +18,32 @@ bool SkipUnprivileged(bool unprivileged, const char* name) {
   return true;
 }
 
-// The file behind the name changes. A file shorter than the saved offset is
-// read again from its start, a longer replacement up to the old offset counts
-// as read; one that is gone or unreadable is skipped with a record every
-// cycle (`error`) and read on once it opens again. Every line is read once.
+// A file shorter than the saved offset is read from its start, a longer replacement counts as read up to the old
+// offset; one gone or unreadable is reported every cycle (`error`) and read on once it opens. Every line once.
 TEST(Faults, WatchedFileChangedOrUnreadableUnderTheAgent) {
   const std::string first = "a,b,91,padding-padding-padding-padding";
   const Change moveAway = [](const std::string& p) {
-    rename(p.c_str(), (p + ".real").c_str()), AppendFile(p + ".real", "c,d,92\n");
+    SETUP(rename(p.c_str(), (p + ".real").c_str()) == 0 && AppendFile(p + ".real", "c,d,92\n"));
   };
-  const Change moveBack = [](const std::string& p) { rename((p + ".real").c_str(), p.c_str()); };
-  const Change readable = [](const std::string& p) { chmod(p.c_str(), 0644); };
+  const Change moveBack = [](const std::string& p) { SETUP(rename((p + ".real").c_str(), p.c_str()) == 0); };
+  const Change readable = [](const std::string& p) { SETUP(chmod(p.c_str(), 0644) == 0); };
   const struct { const char* name; bool unprivileged; std::string error; Change fault, repair; } cases[] = {
       {"deleted, then created again", false, "",
-       [](const std::string& p) { unlink(p.c_str()), WriteFile(p, "c,d,92\n"); }, nullptr},
+       [](const std::string& p) { SETUP(unlink(p.c_str()) == 0 && WriteFile(p, "c,d,92\n")); }, nullptr},
       {"truncated, then appended to", false, "",
-       [](const std::string& p) { truncate(p.c_str(), 0), AppendFile(p, "c,d,92\n"); }, nullptr},
+       [](const std::string& p) { SETUP(truncate(p.c_str(), 0) == 0 && AppendFile(p, "c,d,92\n")); }, nullptr},
       {"replaced by a longer file", false, "",  // its first line has the old length: skipped as read
        [&](const std::string& p) {
-         WriteFile(p + ".new", std::string(first.size(), 'h') + "\nc,d,92\n"), rename((p + ".new").c_str(), p.c_str());
+         SETUP(WriteFile(p + ".new", std::string(first.size(), 'h') + "\nc,d,92\n") &&
+               rename((p + ".new").c_str(), p.c_str()) == 0);
        }, nullptr},
       {"deleted (moved away)", false, "No such file or directory", moveAway, moveBack},
       {"write-only mode", true, "Permission denied",
-       [](const std::string& p) { chmod(p.c_str(), 0200), AppendFile(p, "c,d,92\n"); }, readable},
-      // Only the mode changes, after a turn found the file quiet: a turn
-      // that goes by the file's status must still see the new mode.
+       [](const std::string& p) { SETUP(chmod(p.c_str(), 0200) == 0 && AppendFile(p, "c,d,92\n")); }, readable},
+      // Only the mode changes, after a turn found the file quiet: a turn going by the file's status sees it.
       {"made unreadable while quiet", true, "Permission denied",
-       [](const std::string& p) { usleep(2500000), chmod(p.c_str(), 0200); },
-       [&](const std::string& p) { readable(p), AppendFile(p, "c,d,92\n"); }},
+       [](const std::string& p) { usleep(2500000); SETUP(chmod(p.c_str(), 0200) == 0); },
+       [&](const std::string& p) { readable(p); SETUP(AppendFile(p, "c,d,92\n")); }},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -53,14 +52,14 @@ TEST(Faults, WatchedFileChangedOrUnreadableUnderTheAgent) {
     const std::string path = agent.AppLog(first + "\n");
     agent.Start({CpuRule(1, path)}, "log", "out", c.unprivileged);
     ASSERT_TRUE(agent.WaitForEvents(1));
-    c.fault(path);
+    ASSERT_NO_FATAL_FAILURE(c.fault(path));
     if (!c.error.empty()) {
       const std::string record = " " + path + " log file open fail : " + c.error;
       ASSERT_TRUE(agent.WaitForDiag(record)) << agent.Diag();
       ASSERT_TRUE(agent.WaitForCycles(2));
       EXPECT_GE(Count(agent.Diag(), record), 2u) << "reported every cycle";
       EXPECT_EQ(agent.EventCount(), 1u);
-      c.repair(path);
+      ASSERT_NO_FATAL_FAILURE(c.repair(path));
     }
     ASSERT_TRUE(agent.WaitForEvents(2));
     ASSERT_TRUE(AppendFile(path, "e,f,93\n"));
@@ -69,8 +68,7 @@ TEST(Faults, WatchedFileChangedOrUnreadableUnderTheAgent) {
   }
 }
 
-// Only regular files are read: a FIFO must not stop the agent (an open would
-// wait for a writer forever), a directory is refused; the other logs go on.
+// A FIFO (an open would wait for a writer forever) or a directory is refused; the other logs go on.
 TEST(Faults, WatchedNameThatIsNoRegularFileIsRefusedAndTheOthersGoOn) {
   AgentDir agent;
   const std::string fifo = agent.Path("logs/fifo.log"), dir = agent.Path("logs/dir.log");
@@ -89,8 +87,7 @@ TEST(Faults, WatchedNameThatIsNoRegularFileIsRefusedAndTheOthersGoOn) {
   EXPECT_EQ(agent.SettledEvents(3), CpuEvent(3, "a,b,91") + CpuEvent(2, "c,d,92") + CpuEvent(3, "e,f,93"));
 }
 
-// Offsets live in memory only: after a restart a log of type 0 starts at the
-// end (lines written meanwhile are skipped), one of type 2 at the start.
+// Offsets live in memory only: after a restart a log of type 0 starts at the end, one of type 2 at the start.
 TEST(Faults, RestartForgetsTheOffsets) {
   AgentDir agent;
   const std::string fromEnd = agent.Path("logs/type0.log"), fromStart = agent.Path("logs/type2.log");
@@ -109,9 +106,7 @@ TEST(Faults, RestartForgetsTheOffsets) {
             CpuEvent(1, "a,b,91") + CpuEvent(2, "c,d,92") + CpuEvent(2, "c,d,92") + CpuEvent(1, "g,h,94"));
 }
 
-// Event file names have whole seconds. An "out_" file still waiting under the
-// name of this second (a restart, a clock set back) is never replaced: the
-// cycle waits for a second whose name is free.
+// An "out_" file still waiting under this second's name (a restart, a clock set back) is never replaced.
 TEST(Faults, HandOffNeverReplacesAWaitingEventFile) {
   AgentDir agent;
   std::vector<std::string> waiting;
@@ -129,9 +124,8 @@ TEST(Faults, HandOffNeverReplacesAWaitingEventFile) {
   EXPECT_NE(agent.Diag().find(" not collected yet, cycle skipped : File exists"), std::string::npos);
 }
 
-// Without its output directory events are dropped (and counted, for the
-// per-log ceiling); without its diagnostic directory the logger says so on
-// standard error and the agent works on. Once repaired, all arrive again.
+// Without its output directory events are dropped (and counted for the ceiling); without its diagnostic directory
+// the logger says so on standard error. The agent works on; once repaired, all arrive again.
 TEST(Faults, OutputOrDiagnosticDirectoryFaultUntilRepaired) {
   const struct { const char* name; bool output; std::string dir, error; } cases[] = {  // output: else diagnostic
       {"output directory missing", true, "missing", "Old Event Count = -1"},
@@ -167,8 +161,7 @@ TEST(Faults, OutputOrDiagnosticDirectoryFaultUntilRepaired) {
   }
 }
 
-// 200 waiting entries of any kind stop the cycles; the lines wait in their
-// files and are all read, once each, when one entry goes.
+// 200 waiting entries of any kind stop the cycles; the lines wait and are read once each when one entry goes.
 TEST(Faults, FullOutputDirectoryDelaysWithoutLosingLines) {
   AgentDir agent;
   const std::string path = agent.AppLog();
@@ -186,9 +179,8 @@ TEST(Faults, FullOutputDirectoryDelaysWithoutLosingLines) {
   EXPECT_EQ(agent.SettledEvents(2), CpuEvent(1, "a,b,91") + CpuEvent(1, "c,d,92"));
 }
 
-// Hostile lines: a 10 MB line is collected whole and quoted whole in its
-// event, and the line after it is evaluated as usual; in a line made of
-// delimiters only (one or two of them) every column is empty and still numbered.
+// A 10 MB line is quoted whole and the next line evaluated as usual; in a line of delimiters only every column is
+// empty and still numbered.
 TEST(Faults, HugeAndDelimiterOnlyLinesAreEvaluatedWhole) {
   const std::string big = "big,FIRE," + std::string(10 * 1024 * 1024, 'x');
   const std::string commas(100000, ','), blanks = std::string(50000, ' ') + std::string(50000, '\t');

@@ -8,10 +8,8 @@ namespace {
 
 using namespace testsupport;
 
-// The events of several logs, each cut by its own delimiters (a value
-// without the tilde separator names a single delimiter), land in one event
-// file, byte for byte. Entry 4 shares the file of entry 1: one read offers
-// each line to both.
+// The events of several logs, each cut by its own delimiters (one without the tilde separator: a single delimiter),
+// land in one event file byte for byte; entry 4 shares entry 1's file, and one read offers each line to both.
 TEST(Gather, EventsOfSeveralLogsReachTheCollectorByteExact) {
   AgentDir agent;
   const struct { std::string delimitor, lines; } logs[] = {
@@ -38,8 +36,7 @@ TEST(Gather, EventsOfSeveralLogsReachTheCollectorByteExact) {
   EXPECT_EQ(outs[0].size(), std::string("out_20220627-101112").size());
 }
 
-// A cycle's events are held and written together: far more than the holding
-// buffer (32 KB), and one line longer than it, arrive whole and in order.
+// A cycle's events are written together: far more than the 32 KB holding buffer, and a longer line, arrive whole.
 TEST(Gather, EventsBeyondTheHoldingBufferArriveWholeAndInOrder) {
   AgentDir agent;
   std::string log, expected;
@@ -70,8 +67,7 @@ TEST(Gather, WildcardReadsTheNewestVisibleMatch) {
   EXPECT_EQ(agent.SettledEvents(1), CpuEvent(1, "new,file,92"));
 }
 
-// The seconds token changes the file every second; each file is read from
-// its start when it becomes current, and once.
+// The seconds token changes the file every second; each file is read once, from its start when it becomes current.
 TEST(Gather, DatedNameFollowsTheClock) {
   AgentDir agent;
   for (int s = 0; s < 61; ++s) {
@@ -88,10 +84,8 @@ TEST(Gather, DatedNameFollowsTheClock) {
   EXPECT_EQ(std::unique(seconds.begin(), seconds.end()), seconds.end()) << "every file is read once: " << events;
 }
 
-// The cycle reads a log in pieces of at most 255 characters, each ending at a line end or earlier, and
-// joins them into lines. Lines long and short around every piece boundary, over several of the reader's
-// chunks: every line is evaluated whole, once, the pieces are counted as fgets would cut them, and the
-// offset ends at the last line end: the unfinished last line is evaluated whole once completed.
+// Pieces of at most 255 characters are joined into lines: lines around every piece boundary, over several reader
+// chunks, are evaluated whole, once; pieces count as fgets cuts them; the unfinished last line waits to be completed.
 TEST(Gather, LinesAcrossPieceAndChunkBoundariesAreReadWhole) {
   const size_t kPiece = 255, kLengths[] = {5, 80, 253, 254, 255, 256, 300, 509, 510, 511, 700, 0, 1};
   std::string log, expected;

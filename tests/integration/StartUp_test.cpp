@@ -63,9 +63,7 @@ TEST(StartUp, FirstRecordsAndTheHeartbeat) {
   AgentProcess agent(dir.path(), {"agent.conf"});
   struct stat first, later;
   ASSERT_TRUE(PollFor([&] { return stat(dir.file("LoggerAlive").c_str(), &first) == 0 && first.st_size == 0; }, 5000));
-  const mode_t mask = umask(0);
-  umask(mask);
-  EXPECT_EQ(first.st_mode & 0777, 0444 & ~mask);
+  EXPECT_EQ(first.st_mode & 0777, 0444 & ~Umask());
   const time_t now = time(nullptr);
   struct tm t;
   char day[16];

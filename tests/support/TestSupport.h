@@ -32,6 +32,7 @@ std::string ReadFile(const std::string& path);
 bool WriteFile(const std::string& path, const std::string& content);
 bool AppendFile(const std::string& path, const std::string& content);
 bool FileExists(const std::string& path);  // also a dangling link
+inline mode_t Umask() { const mode_t mask = umask(0); umask(mask); return mask; }  // the process's file mask
 std::vector<std::string> ListDir(const std::string& path);  // sorted, without "." and ".."
 // The files in `dir` whose names start with `prefix`, concatenated in name order.
 std::string ReadAll(const std::string& dir, const std::string& prefix = "");
@@ -98,12 +99,14 @@ class AgentDir {
   void Start(const std::vector<WatchEntry>& entries, const std::string& logDir = "log",
              const std::string& outDir = "out", bool unprivileged = false);
   std::vector<std::string> OutFiles() const;
-  std::string Events() const;  // handed-off events, oldest first, readable
+  std::string Events() const { return Readable(ReadAll(Path(m_outDir), "out_")); }  // oldest first
   size_t EventCount() const { return Count(Events(), "\n"); }
-  bool WaitForEvents(size_t lines, int ms = 10000) const;
+  bool WaitForEvents(size_t lines, int ms = 10000) const { return PollFor([&] { return EventCount() >= lines; }, ms); }
   std::string SettledEvents(size_t lines, int ms = 10000) const;  // once `lines` came and one more cycle ended
   std::string Diag() const { return ReadAll(Path(m_logDir)); }  // every diagnostic record so far
-  bool WaitForDiag(const std::string& text, int ms = 10000) const;
+  bool WaitForDiag(const std::string& text, int ms = 10000) const {
+    return PollFor([&] { return Diag().find(text) != std::string::npos; }, ms);
+  }
   bool WaitForCycles(int cycles, int ms = 10000) const;  // more gather cycles ended
   void Stop() { m_agent.reset(); }  // as a kill or a reboot would
   int Wait(int ms) { return m_agent ? m_agent->Wait(ms) : -2; }
