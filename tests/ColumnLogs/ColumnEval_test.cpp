@@ -1,5 +1,4 @@
 // Column rule evaluation and event output, driven as a gather cycle drives them; events are read back from the file.
-#include <algorithm>
 #include <climits>
 #include <random>
 
@@ -7,10 +6,6 @@
 #include "TestSupport.h"
 
 namespace {
-
-using testsupport::ReadFile;
-using testsupport::Sep;
-using testsupport::TempDir;
 
 class ColumnEvalTest : public ::testing::Test {
  protected:
@@ -38,7 +33,9 @@ class ColumnEvalTest : public ::testing::Test {
     m_clLogger.m_nOldTime = m_clLogger.m_nNewTime = 0, m_clLogger.m_nSameTimeCnt = 1, m_strOldLogDate[0] = '\0';
     memcpy(m_nCntFaultArray, l_vnThresholds, sizeof(m_nCntFaultArray));
   }
-  void ClearEvents() {  // no event file, no events counted
+  void Restart() {  // no rules, no event file, no events counted
+    m_clLogger.m_pclNumPatternList->fClearLinkedList(), m_clLogger.m_pclCharPatternList->fClearLinkedList();
+    m_clLogger.m_pclDatePatternList->fClearLinkedList();
     remove(m_clLogger.m_strOutPutFileName);
     m_clLogger.m_nFaultSendIncrease = m_clLogger.m_nFaultFoundFlag = 0;
   }
@@ -62,16 +59,16 @@ class ColumnEvalTest : public ::testing::Test {
     snprintf(l_stRule.m_strExt2, sizeof(l_stRule.m_strExt2), "%s", l_pstrExt2);
     return l_stRule;
   }
-  // The message of the one event a numeric rule writes for `l_strColumn` ("" when none).
-  std::string Message(ST_NUM_PATTERN_LIST* l_pstRule, const std::string& l_strColumn, int* l_pnResult) {
+  // "result:message" of a numeric rule on `l_strColumn`, the message of the one event it writes ("" when none).
+  std::string Fire(ST_NUM_PATTERN_LIST l_stRule, const std::string& l_strColumn) {
     remove(m_clLogger.m_strOutPutFileName);
     std::string l_strCopy = l_strColumn;
-    *l_pnResult = m_clLogger.fColumnFaultSearchNum(l_pstRule, &l_strCopy[0]);
+    const int l_nResult = m_clLogger.fColumnFaultSearchNum(&l_stRule, &l_strCopy[0]);
     EXPECT_EQ(l_strCopy, l_strColumn) << "the column must stay as it was";
     const std::string l_strEvent = Events();
     const size_t l_nStart = l_strEvent.find("] "), l_nEnd = l_strEvent.find(", ORIGINAL_MSG:");
-    if (l_nStart == std::string::npos || l_nEnd == std::string::npos) return "";
-    return l_strEvent.substr(l_nStart + 2, l_nEnd - l_nStart - 2);
+    return std::to_string(l_nResult) + ":" +
+           (l_nEnd == std::string::npos ? "" : l_strEvent.substr(l_nStart + 2, l_nEnd - l_nStart - 2));
   }
 
   std::string Events() const { return ReadFile(m_clLogger.m_strOutPutFileName); }
@@ -101,11 +98,8 @@ TEST_F(ColumnEvalTest, NumericRule) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "decide " << c.decide << " compare " << c.compare << " [" << c.column << "]");
-    ST_NUM_PATTERN_LIST l_stRule = Rule(c.decide, c.value, c.fvalue, c.compare);
     m_nNumFaFoundFlag = 0;
-    int l_nResult = 0;
-    EXPECT_EQ(Message(&l_stRule, c.column, &l_nResult), c.message);
-    EXPECT_EQ(l_nResult, 1);
+    EXPECT_EQ(Fire(Rule(c.decide, c.value, c.fvalue, c.compare), c.column), "1:" + c.message);
     EXPECT_EQ(m_nNumFaFoundFlag, c.message.empty() ? 0 : 1);
   }
 }
@@ -121,20 +115,15 @@ const char* const kValueTexts[] = {
 
 // The value reads as strtol (clamped to int) and strtod (as float) read it; == fires at strtod's reading, bit for bit.
 TEST_F(ColumnEvalTest, NumberReadingFollowsTheCLibrary) {
-  ST_NUM_PATTERN_LIST l_stInt = Rule(1, 123456789, 0, 6), l_stDec = Rule(2, 0, -1.5e30f, 6);
   for (const char* l_pstrText : kValueTexts) {
     SCOPED_TRACE(std::string("value text '") + l_pstrText + "'");
     const long l_lInt = std::min<long>(std::max<long>(strtol(l_pstrText, nullptr, 10), INT_MIN), INT_MAX);
     const float l_fDec = static_cast<float>(strtod(l_pstrText, nullptr));
     char l_strDec[128];
-    snprintf(l_strDec, sizeof(l_strDec), "Value[%.2f] != %.2f", static_cast<double>(l_fDec),
-             static_cast<double>(-1.5e30f));
-    int l_nResult = 0;
-    EXPECT_EQ(Message(&l_stInt, l_pstrText, &l_nResult), "Value[" + std::to_string(l_lInt) + "] != 123456789");
-    EXPECT_EQ(l_nResult, 1);
-    EXPECT_EQ(Message(&l_stDec, l_pstrText, &l_nResult), l_strDec);
-    ST_NUM_PATTERN_LIST l_stEqual = Rule(2, 0, l_fDec, 5);
-    EXPECT_NE(Message(&l_stEqual, l_pstrText, &l_nResult), "");
+    snprintf(l_strDec, sizeof(l_strDec), "1:Value[%.2f] != %.2f", static_cast<double>(l_fDec), double{-1.5e30f});
+    EXPECT_EQ(Fire(Rule(1, 123456789, 0, 6), l_pstrText), "1:Value[" + std::to_string(l_lInt) + "] != 123456789");
+    EXPECT_EQ(Fire(Rule(2, 0, -1.5e30f, 6), l_pstrText), l_strDec);
+    EXPECT_NE(Fire(Rule(2, 0, l_fDec, 5), l_pstrText), "1:");
   }
 }
 
@@ -151,10 +140,7 @@ TEST_F(ColumnEvalTest, TextsAroundTheNumberSelectTheValueText) {
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(std::string(c.ext1) + " | " + c.ext2 + " | " + c.column);
-    ST_NUM_PATTERN_LIST l_stRule = Rule(1, 0, 0, 6, c.ext1, c.ext2);
-    int l_nResult = 0;
-    EXPECT_EQ(Message(&l_stRule, c.column, &l_nResult), c.message);
-    EXPECT_EQ(l_nResult, c.result);
+    EXPECT_EQ(Fire(Rule(1, 0, 0, 6, c.ext1, c.ext2), c.column), std::to_string(c.result) + ":" + c.message);
   }
 }
 
@@ -165,8 +151,7 @@ TEST_F(ColumnEvalTest, NumericRunStopsAtFirstFiringRuleTextRulesDoNot) {
       {false, "95", {2}}, {false, "85", {1}}, {false, "50", {}}, {true, "95", {2, 1}}, {true, "85", {1}}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.value + (c.otherColumnBetween ? ", another column's rule between" : ""));
-    ClearEvents();
-    m_clLogger.m_pclNumPatternList->fClearLinkedList();
+    Restart();
     AddNum(1, 3, 1, 80);                               // B: > 80, level 1
     if (c.otherColumnBetween) AddNum(1, 2, 3, 1000);  // column 2, never fires
     AddNum(1, 3, 2, 90);                               // A: > 90, level 2, tried first
@@ -179,8 +164,7 @@ TEST_F(ColumnEvalTest, NumericRunStopsAtFirstFiringRuleTextRulesDoNot) {
     EXPECT_EQ(Events(), l_strExpected);
     EXPECT_EQ(m_clLogger.m_nFaultSendIncrease, static_cast<int>(c.levels.size()));
   }
-  ClearEvents();
-  m_clLogger.m_pclNumPatternList->fClearLinkedList();
+  Restart();
   AddNum(1, 1, 2, 90, "cpu=", "%");
   AddChar(1, 1, 1, 1, "cpu=93%");
   AddChar(1, 1, 2, 2, "other");
@@ -204,8 +188,7 @@ TEST_F(ColumnEvalTest, TextRule) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    ClearEvents();
-    m_clLogger.m_pclCharPatternList->fClearLinkedList();
+    Restart();
     AddChar(3, 1, 2, c.compare, c.text);
     Evaluate(c.column + ",z", 3);
     EXPECT_EQ(Events(), c.message.empty() ? "" : RuleEvent(3, 2, 2, 1, c.message, c.column + ",z"));
@@ -251,7 +234,6 @@ TEST_F(ColumnEvalTest, LineRateEvents) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     ResetRate(c.thresholds);
-    ClearEvents();
     for (int l_nLine = 0; l_nLine < c.lines; ++l_nLine) Evaluate("2022-06-27,10:11:05,x");
     EXPECT_EQ(m_clLogger.m_nSameTimeCnt, c.lines);
     const std::string l_strBefore = Events();
@@ -261,8 +243,7 @@ TEST_F(ColumnEvalTest, LineRateEvents) {
     EXPECT_EQ(std::string(m_strOldLogDate), "2022-06-27 10:11:06 ");
   }
   // A threshold of 0 is reached at every change of the time key; without date columns " log count[" follows the bar.
-  ClearEvents();
-  m_clLogger.m_pclDatePatternList->fClearLinkedList();
+  Restart();
   ResetRate({0, -1, -1, -1, -1});
   AddDate(1, 1, "ss");
   for (const char* l_pstrLine : {"05", "05", "06"}) Evaluate(l_pstrLine);
@@ -277,15 +258,13 @@ TEST_F(ColumnEvalTest, EventBytesAndBuffers) {
   Evaluate(Sep("x{|}y|z{~}") + ",b,95");
   EXPECT_EQ(Events(), Sep("1|1{|}2{|}COLUMN[3] Value[95] > 90, ORIGINAL_MSG:x{|}y|z{~},b,95\n"));
   const std::string l_strColumn(100 * 1024, 'q');
-  ClearEvents();
-  m_clLogger.m_pclNumPatternList->fClearLinkedList();
+  Restart();
   AddChar(1, 2, 1, 2, "a-long-second-column");
   Evaluate("id," + l_strColumn);
   EXPECT_TRUE(Events() ==
               RuleEvent(1, 2, 1, 2, "Value[" + l_strColumn + "] != a-long-second-column", "id," + l_strColumn))
       << Events().size() << " bytes";
-  ClearEvents();
-  m_clLogger.m_pclCharPatternList->fClearLinkedList();
+  Restart();
   AddChar(1, 2, 1, 1, "a-long-second-column");
   Evaluate("first-column,a-long-second-column", 1, 4);
   EXPECT_EQ(Events(), RuleEvent(1, 2, 1, 2, "Value[a-long-second-column] == a-long-second-column",
@@ -303,7 +282,7 @@ TEST_F(ColumnEvalTest, EventFileWrites) {
   AddChar(1, 1, 0, 1, "5");
   ST_CHAR_PATTERN_LIST* l_pstChar = m_clLogger.m_pclCharPatternList->fGetHeadNode();
   Evaluate("L");  // the rule does not fire
-  const size_t l_nFds = testsupport::ListDir("/proc/self/fd").size();
+  const size_t l_nFds = ListDir("/proc/self/fd").size();
   const mode_t l_nOldMask = umask(002);
   EXPECT_EQ(m_clLogger.fMakeOutFile(l_pstChar, 2, l_strMsg), 1);
   umask(l_nOldMask);
@@ -315,7 +294,7 @@ TEST_F(ColumnEvalTest, EventFileWrites) {
   EXPECT_EQ(m_clLogger.fMakeOutFile(l_strRaw), 1);
   EXPECT_EQ(Events(), RuleEvent(1, 2, 0, 1, "m", "L") + "raw line\n");
   EXPECT_EQ(m_clLogger.m_nFaultSendIncrease, 3);
-  EXPECT_EQ(testsupport::ListDir("/proc/self/fd").size(), l_nFds);
+  EXPECT_EQ(ListDir("/proc/self/fd").size(), l_nFds);
 }
 
 // Seeded random rules (three logs, all kinds and comparisons, columns 1 to 70) over lines of up to 70 columns: a
@@ -329,8 +308,7 @@ TEST(ColumnEvalTurn, GatheredRulesEvaluateAsTheWalk) {
     SCOPED_TRACE(l_nRound);
     TempDir l_clDir;
     CColumnLogger l_clLogger;
-    for (int& l_nThreshold : m_nCntFaultArray) l_nThreshold = -1;
-    m_nCntFaultArray[2] = 2;
+    std::fill_n(m_nCntFaultArray, 5, -1), m_nCntFaultArray[2] = 2;
     for (int l_nRule = 0; l_nRule < 40; ++l_nRule) {
       const int l_nLog = l_fPick(1, 3), l_nColumn = l_fPick(0, 9) == 0 ? l_fPick(60, 70) : l_fPick(1, 6);
       std::string l_strExt1 = l_fPick(0, 1) ? "v=" : "", l_strExt2 = l_fPick(0, 1) ? "%" : "";
@@ -356,24 +334,21 @@ TEST(ColumnEvalTurn, GatheredRulesEvaluateAsTheWalk) {
       l_strFile += l_strLine + "\n";
     }
     std::string l_strName = l_clDir.file("app.log"), l_strNull = "NULL", l_strDelimiter = ",\x03\x1f\x7eNULL";
-    ASSERT_TRUE(testsupport::WriteFile(l_strName, l_strFile));
+    ASSERT_TRUE(WriteFile(l_strName, l_strFile));
     for (int l_nLog = 1; l_nLog <= 3; ++l_nLog) {
       ASSERT_EQ(l_clLogger.m_pclLogFileList->fAddLogFile(l_nLog, &l_strName[0], 1, 2), 1);
       ASSERT_EQ(l_clLogger.m_pclLogFileList->fAddLogPattern(l_nLog, &l_strNull[0], 0, 0, &l_strDelimiter[0]), 1);
     }
     for (int l_nLog = 1; l_nLog <= 3; ++l_nLog) {
       SCOPED_TRACE(l_nLog);
-      // Both runs start with the same lines-per-second state.
-      const auto l_fStart = [&](const std::string& l_strOut) {
-        l_clLogger.m_nOldTime = l_clLogger.m_nNewTime = l_clLogger.m_nSameTimeCnt = 0;
-        m_strOldLogDate[0] = '\0';
+      const auto l_fStart = [&](const std::string& l_strOut) {  // the same lines-per-second state for both runs
+        l_clLogger.m_nOldTime = l_clLogger.m_nNewTime = l_clLogger.m_nSameTimeCnt = 0, m_strOldLogDate[0] = '\0';
         snprintf(l_clLogger.m_strOutPutFileName, sizeof(l_clLogger.m_strOutPutFileName), "%s",
                  l_clDir.file(l_strOut + std::to_string(l_nLog)).c_str());
       };
       // The walk, line by line, as fColumnIndexFind does outside a turn (cutting into a buffer of its own).
       l_fStart("walk");
-      m_chDilimitor1 = ',';
-      l_clLogger.m_nTokFlag = 1;
+      m_chDilimitor1 = ',', l_clLogger.m_nTokFlag = 1;
       for (const std::string& l_strLine : l_vstrLines) {
         std::string l_strBuf = std::string(28, '\0') + l_strLine;
         l_pstrLineBuf = &l_strBuf[0];

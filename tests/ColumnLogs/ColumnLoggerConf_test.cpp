@@ -1,11 +1,8 @@
 // Whole configuration files, with the real separator bytes, loaded into the watch and rule registries.
 #include "ColumnLogger.h"
-#include "OmniLog.h"
 #include "TestSupport.h"
 
 namespace {
-
-using namespace testsupport;
 
 // A gatherer loaded from a configuration text, with a DEBUG logger (whose records can be read) when asked.
 struct Loaded {

@@ -1,14 +1,10 @@
 // The configuration store: the file format, refused reads, the lock, re-reads, the rewrite.
-#include <chrono>
 #include <sys/time.h>
 
 #include "ConfManager.h"
-#include "OmniLog.h"
 #include "TestSupport.h"
 
 namespace {
-
-using namespace testsupport;
 
 char* C(const char* text) { return const_cast<char*>(text); }
 

@@ -3,8 +3,6 @@
 #include "EventFormat.h"
 #include "TestSupport.h"
 
-using testsupport::Sep;
-
 namespace {
 
 // The event file name and its hand-off command; a name or command that does
@@ -22,14 +20,14 @@ TEST(EventFormat, EventFileNameAndCloseOutCommand) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.outPath.substr(0, 20));
-    const struct tm t = testsupport::CalendarTime(c.year, 6, 27, 10, 11, 12);
+    const struct tm t = CalendarTime(c.year, 6, 27, 10, 11, 12);
     char name[512], command[512];
     EXPECT_EQ(fgMakeEventFileName(name, sizeof(name), c.outPath.c_str(), &t), 1);
     EXPECT_EQ(std::string(name), c.name);
     EXPECT_EQ(fgMakeCloseOutCommand(command, sizeof(command), name, c.outPath.c_str(), &t), c.result);
     EXPECT_EQ(std::string(command), c.command);
   }
-  const struct tm t = testsupport::CalendarTime(2022, 6, 27, 10, 11, 12);
+  const struct tm t = CalendarTime(2022, 6, 27, 10, 11, 12);
   const size_t nameLen = strlen("/p/ing_20220627-101112");
   for (size_t size : {nameLen + 1, nameLen}) {
     std::string buf(size, 'x');

@@ -1,6 +1,5 @@
 // CColumnLogger::fFilePointSeek: where reading resumes for each log type, on
 // the first look and later, when the file has grown, not grown, shrunk or gone.
-#include <cstdio>
 
 #include "ColumnLogger.h"
 #include "TestSupport.h"
@@ -20,12 +19,12 @@ TEST(FilePointSeek, PositionsByLogTypeOffsetAndSize) {
       {"emptied: nothing to read", 2, 1, 700, 0, -1, 0, 0},
       {"gone: fails and counts as the first look", 2, 0, 0, -1, -1, 0, 0},
   };
-  testsupport::TempDir dir;
+  TempDir dir;
   CColumnLogger logger;
   const std::string path = dir.file("app.log");
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    ASSERT_TRUE(testsupport::WriteFile(path, std::string(c.size < 0 ? 0 : static_cast<size_t>(c.size), 'x')));
+    ASSERT_TRUE(WriteFile(path, std::string(c.size < 0 ? 0 : static_cast<size_t>(c.size), 'x')));
     FILE* fd = fopen(path.c_str(), "r");
     ASSERT_NE(fd, nullptr);
     if (c.size < 0) unlink(path.c_str());

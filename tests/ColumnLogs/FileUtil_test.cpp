@@ -1,14 +1,10 @@
 // File and process helpers the agent does not call: address check,
 // directory making, file name search.
 
-#include <cstdlib>
-
 #include "CommonFunc.h"
 #include "TestSupport.h"
 
 namespace {
-
-using namespace testsupport;
 
 mode_t Mode(const std::string& path) {
   struct stat st;

@@ -2,11 +2,8 @@
 #include <gmock/gmock.h>
 
 #include "LogFileList.h"
-#include "OmniLog.h"
 #include "StrPattern.h"
 #include "TestSupport.h"
-
-using testsupport::Sep;
 
 namespace {
 
@@ -100,7 +97,7 @@ TEST(CLogFileList, PatternSettingsAndSlotBounds) {
 
 // The console trace comes before the logger's echo; values past 225 characters are quoted up to 226 and "...".
 TEST(CLogFileList, NoStorablePatternIsReported) {
-  testsupport::TempDir dir;
+  TempDir dir;
   std::string name = "unit", path = dir.path() + "/";
   COmniLog logger(COmniLog::LOG_MODE_ERROR, Text(name), 2);
   logger.fSetLogPath(Text(path));
@@ -110,12 +107,12 @@ TEST(CLogFileList, NoStorablePatternIsReported) {
     CLogFileList list;
     Register(list, {1});
     std::string value = c.first + Sep("{|}");
-    EXPECT_THAT(testsupport::StderrOf([&] { EXPECT_EQ(list.fAddLogPattern(1, Text(value), 0, 0, nullptr), 1); }, 1),
+    EXPECT_THAT(StderrOf([&] { EXPECT_EQ(list.fAddLogPattern(1, Text(value), 0, 0, nullptr), 1); }, 1),
                 testing::StartsWith(prefix + value + "\n"));
     EXPECT_EQ(list.fGetErrorMsg(), prefix + value + c.second);
   }
   g_pclOmniLog = nullptr;
-  EXPECT_THAT(testsupport::ReadAll(dir.path()), testing::HasSubstr("[INFO][LLB]" + prefix + g222 + Sep("{|}") + "\n"));
+  EXPECT_THAT(ReadAll(dir.path()), testing::HasSubstr("[INFO][LLB]" + prefix + g222 + Sep("{|}") + "\n"));
 }
 
 }  // namespace

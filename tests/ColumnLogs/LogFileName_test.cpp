@@ -28,7 +28,7 @@ TEST(LogFileName, ExpandsDateTokens) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name.substr(0, 40));
-    const struct tm time = testsupport::CalendarTime(2024, c.month, 5, 7, 8, 9);
+    const struct tm time = CalendarTime(2024, c.month, 5, 7, 8, 9);
     char out[512] = "";
     EXPECT_EQ(fgExpandLogFileName(c.name.c_str(), c.createType, &time, out, sizeof(out)), c.result);
     EXPECT_EQ(c.result == LOGNAME_OK ? std::string(out) : "", c.expected);

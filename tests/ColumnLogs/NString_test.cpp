@@ -4,9 +4,6 @@
 
 namespace {
 
-using testsupport::Readable;
-using testsupport::Sep;
-
 // Walks `text` to the end: the tokens, each followed by "|", then "<null>".
 template <typename Tok>
 std::string Walk(std::string text, const char* delim, Tok tok) {

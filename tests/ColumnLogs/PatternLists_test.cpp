@@ -6,8 +6,6 @@
 #include "StrPattern.h"
 #include "TestSupport.h"
 
-using testsupport::Sep;
-
 namespace {
 
 char* Text(std::string& s) { return s.data(); }

@@ -3,8 +3,6 @@
 
 namespace {
 
-using namespace testsupport;
-
 // The record is the pid, the status (native ints) and all 256 bytes of the
 // terminal name, also those after its NUL: 264 bytes, nothing more. A read
 // needs a whole record; bytes after it are ignored.

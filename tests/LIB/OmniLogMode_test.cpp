@@ -2,7 +2,6 @@
 // masks they give and the diagnostics on standard error.
 #include <array>
 
-#include "OmniLog.h"
 #include "TestSupport.h"
 
 namespace {

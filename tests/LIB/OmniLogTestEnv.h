@@ -2,12 +2,8 @@
 // ("../../utils/..."), their answer in <tmp>/root/aproc/shell, logs in <tmp>/logs/.
 #pragma once
 
-#include <fcntl.h>
-#include <sys/wait.h>
-
 #include <atomic>
 
-#include "OmniLog.h"
 #include "TestSupport.h"
 
 namespace omnilogtest {
@@ -79,3 +75,4 @@ class LoggerLayout : public ::testing::Test {
 };
 
 }  // namespace omnilogtest
+using namespace omnilogtest;

@@ -1,14 +1,10 @@
 // The threaded writer and its queue (other programs of the library use them; the ThreadSanitizer build runs this).
 #include <atomic>
-#include <chrono>
 #include <sstream>
-#include <thread>
 
 #include "MessageQWriteLog.h"
 #include "MessageQueue.h"
 #include "OmniLogTestEnv.h"
-
-using omnilogtest::Text;
 
 namespace {
 
@@ -22,7 +18,7 @@ TEST(MessageQueue, FirstInFirstOutAndPopWaitsForAPush) {
   std::this_thread::sleep_for(std::chrono::milliseconds(50));  // the consumer waits in pop by now
   EXPECT_EQ(got.load(), -1);
   queue.push(42);
-  ASSERT_TRUE(testsupport::PollFor([&] { return got.load() == 42; }, 5000));
+  ASSERT_TRUE(PollFor([&] { return got.load() == 42; }, 5000));
   consumer.join();
 }
 
@@ -34,7 +30,7 @@ TEST(MessageQWriteLog, NullFieldsAreEmpty) {
   EXPECT_STREQ(empty.fGetCollectWriteFile(), "");
 }
 
-class OmniLogThread : public omnilogtest::LoggerLayout {
+class OmniLogThread : public LoggerLayout {
  protected:
   std::unique_ptr<COmniLog> MakeThreaded() {
     auto log = MakeLogger(LogDir(), 2, "THR", 7, 1);
@@ -43,7 +39,7 @@ class OmniLogThread : public omnilogtest::LoggerLayout {
   }
   std::vector<std::string> Records() const {
     std::vector<std::string> lines;
-    std::istringstream in(testsupport::ReadFile(LogFile("20240315_THR.log")));
+    std::istringstream in(ReadFile(LogFile("20240315_THR.log")));
     for (std::string line; std::getline(in, line);) lines.push_back(line);
     return lines;
   }
@@ -55,14 +51,14 @@ TEST_F(OmniLogThread, QueuedRecordsCarrySourceAndLineAsInfo) {
   log->fLogWrite(1, Text("LOG"), Text("debug in normal mode"));
   log->fLogWrite(3, 42, Text("Gather.cpp"), Text("positioned"));
   log->fLogWrite(2, 7, Text(std::string(70, 'f')), Text(std::string(3000, 'm')));
-  ASSERT_TRUE(testsupport::PollFor([&] { return Records().size() == 3; }, 5000));
+  ASSERT_TRUE(PollFor([&] { return Records().size() == 3; }, 5000));
   EXPECT_EQ(Records(), (std::vector<std::string>{"[143005][INFO][src][0]debug in normal mode",
                                                  "[143005][INFO][Gather.cpp][42]positioned",
                                                  "[143005][INFO][" + std::string(63, 'f') + "][7]" +
                                                      std::string(2047, 'm')}));
   // The writer thread's own time formatter is reentrant.
   char buf[16] = {};
-  const time_t when = omnilogtest::LocalTime(2024, 3, 5, 7, 8, 9);
+  const time_t when = LocalTime(2024, 3, 5, 7, 8, 9);
   EXPECT_EQ(log->fGetThreadDayTime(static_cast<int>(when), buf, 3), static_cast<int>(when));
   EXPECT_STREQ(buf, "20240305-070809");
 }
@@ -76,7 +72,7 @@ TEST_F(OmniLogThread, QueueLimitDropsAndDrainKeepsOrder) {
   for (int i = 0; i < 600; ++i) log->fLogWrite(3, Text("LOG"), Text("m" + std::to_string(i)));
   EXPECT_EQ(queue->getCount(), 501);
   // Once the writer took one a message is accepted again; one per wake-up: the backlog is far from drained.
-  ASSERT_TRUE(testsupport::PollFor([&] { return queue->getCount() <= 500; }, 5000));
+  ASSERT_TRUE(PollFor([&] { return queue->getCount() <= 500; }, 5000));
   log->fLogWrite(3, Text("LOG"), Text("late"));
   EXPECT_GT(queue->getCount(), 250);
   log.reset();  // stops the writer; what it had not reached is written now

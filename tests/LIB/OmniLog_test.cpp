@@ -1,13 +1,9 @@
 // The logger: record format, file names, grades and modes, open failures, day switch, rotation, retention.
 #include "OmniLogTestEnv.h"
 
-using namespace testsupport;
-using omnilogtest::SetNow;
-using omnilogtest::Text;
-
 namespace {
 
-using OmniLog = omnilogtest::LoggerLayout;
+using OmniLog = LoggerLayout;
 
 TEST_F(OmniLog, FileNamesAndRecordFormat) {
   struct Case { const char *dir, *prefix, *name, *before, *file; } cases[] = {
@@ -31,7 +27,7 @@ TEST_F(OmniLog, FileNamesAndRecordFormat) {
   }
   struct stat st;
   ASSERT_EQ(stat(LogFile("a/20240315_SER.log").c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0644 & ~testsupport::Umask());
+  EXPECT_EQ(st.st_mode & 0777, 0644 & ~Umask());
 }
 
 // The record and its echo (g_nPrint 1) by mode and grade; a record that makes nothing still opens the day's file.

@@ -6,7 +6,6 @@
 
 namespace {
 
-using namespace testsupport;
 using Change = std::function<void(const std::string& path)>;
 // A set-up step checks its own calls: a failed one is a set-up error, not a wrong outcome of the agent.
 #define SETUP(ok) ASSERT_TRUE(ok) << #ok << ": " << strerror(errno)

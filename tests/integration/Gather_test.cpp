@@ -1,12 +1,9 @@
 // The agent end to end: growing watched logs and the event files it hands off.
-#include <algorithm>
 #include <utime.h>
 
 #include "TestSupport.h"
 
 namespace {
-
-using namespace testsupport;
 
 // The events of several logs, each cut by its own delimiters (one without the tilde separator: a single delimiter),
 // land in one event file byte for byte; entry 4 shares entry 1's file, and one read offers each line to both.

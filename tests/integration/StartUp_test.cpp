@@ -5,8 +5,6 @@
 
 namespace {
 
-using namespace testsupport;
-
 TEST(StartUp, FailuresEndWithTheirStatusAndMessage) {
   const std::string logs = "LOG_PATH=./\nLOG_MODE=NOLOG\nLOG_VALIDDAY=3\n", out = "OUTPUT_PATH=./\nLINE_WAIT_CNT=1\n";
   const std::string refused = "OUTPUT_PATH holds characters the shell would interpret : ";

@@ -9,8 +9,6 @@
 
 namespace {
 
-using namespace testsupport;
-
 TEST(InstallTree, TheAgentRunsFromItsWorkingDirectoryWithTheInstalledConfiguration) {
   TempDir prefix;
   const std::string root = prefix.path(), work = root + "/agent/work";

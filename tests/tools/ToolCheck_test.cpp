@@ -4,8 +4,6 @@
 
 namespace {
 
-using namespace testsupport;
-
 void Rename(WatchEntry& e, const std::string& name) { e.name = e.name.substr(0, e.name.rfind('/') + 1) + name; }
 void WithoutKey(std::string& config, const std::string& key) {
   const size_t at = config.find(key + "=");

@@ -5,8 +5,6 @@
 
 namespace {
 
-using namespace testsupport;
-
 // Encoding turns exactly "{~}" and "{|}" into the separator bytes; anything
 // else (incomplete notation, plain bar and tilde, other control bytes) stays.
 TEST(ColumnToolNotation, EncodeAndDecodeAreExactInverses) {

@@ -5,8 +5,6 @@
 
 namespace {
 
-using namespace testsupport;
-
 TEST(ColumnToolReplay, RawEventsEqualWhatTheAgentWritesForTheSameFile) {
   // HealthApp: '|'-separated; two entries on the same file form one group
   // that shares one read and one event ceiling.

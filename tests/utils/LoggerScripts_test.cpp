@@ -1,15 +1,12 @@
 // The scripts the logger runs from its working directory, two levels below
 // the installation's utils/: the command runner ETC/ShCmd, and the recent-file
 // lookup INSTALL/recentlogfile.sh with its answer ../aproc/shell/recentlogfile.dat.
-#include <chrono>
 
 #include "../LIB/OmniLogTestEnv.h"
 
-using namespace testsupport;
-
 namespace {
 
-class ShCmd : public omnilogtest::LoggerLayout {
+class ShCmd : public LoggerLayout {
  protected:
   void SetUp() override {
     LoggerLayout::SetUp();
@@ -52,7 +49,7 @@ TEST_F(ShCmd, FailuresBadArgumentsAndTheTimeLimit) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
 }
 
-class RecentLogFile : public omnilogtest::LoggerLayout {
+class RecentLogFile : public LoggerLayout {
  protected:
   void SetUp() override {
     LoggerLayout::SetUp();
@@ -66,7 +63,7 @@ class RecentLogFile : public omnilogtest::LoggerLayout {
   // A log file modified at 15 March 2024, `hour` o'clock.
   void LogAt(const std::string& path, int hour) {
     ASSERT_TRUE(WriteFile(path, "x\n"));
-    const time_t when = omnilogtest::LocalTime(2024, 3, 15, hour);
+    const time_t when = LocalTime(2024, 3, 15, hour);
     const struct timespec times[2] = {{when, 0}, {when, 0}};
     ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
   }
