@@ -5,8 +5,6 @@
 #include "ColumnLogger.h"
 #include "TestSupport.h"
 
-namespace {
-
 class ColumnEvalTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -370,5 +368,3 @@ TEST(ColumnEvalTurn, GatheredRulesEvaluateAsTheWalk) {
     }
   }
 }
-
-}  // namespace

@@ -2,8 +2,6 @@
 #include "ColumnLogger.h"
 #include "TestSupport.h"
 
-namespace {
-
 // A gatherer loaded from a configuration text, with a DEBUG logger (whose records can be read) when asked.
 struct Loaded {
   explicit Loaded(const std::string& config, bool withLogger = false, int print = 0) {
@@ -143,5 +141,3 @@ TEST(ColumnLoggerConf, RulesAreRecordedAndRegisteredInOrder) {
       << loaded.m_err;
   EXPECT_EQ(Count(loaded.m_err, "\nadd log pattern success!!\n"), 2u);
 }
-
-}  // namespace

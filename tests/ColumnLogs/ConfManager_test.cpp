@@ -4,8 +4,6 @@
 #include "ConfManager.h"
 #include "TestSupport.h"
 
-namespace {
-
 char* C(const char* text) { return const_cast<char*>(text); }
 
 std::string Opt(CConfManager& store, const char* key) {
@@ -126,5 +124,3 @@ TEST(CConfManager, RewriteChangesOnlyWhatTheStoreChanged) {
   EXPECT_EQ(ReadFile(path + "_b"), before);
   EXPECT_FALSE(FileExists(path + "_") || FileExists(path + "_lock"));
 }
-
-}  // namespace

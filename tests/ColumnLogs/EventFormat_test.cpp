@@ -3,8 +3,6 @@
 #include "EventFormat.h"
 #include "TestSupport.h"
 
-namespace {
-
 // The event file name and its hand-off command; a name or command that does
 // not fit is never used cut: the buffer comes back empty.
 TEST(EventFormat, EventFileNameAndCloseOutCommand) {
@@ -58,5 +56,3 @@ TEST(EventFormat, FormatFullNeverCuts) {
     EXPECT_TRUE(std::string(text, static_cast<size_t>(len)) == expected);
   }
 }
-
-}  // namespace

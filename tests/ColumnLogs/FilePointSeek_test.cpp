@@ -4,8 +4,6 @@
 #include "ColumnLogger.h"
 #include "TestSupport.h"
 
-namespace {
-
 TEST(FilePointSeek, PositionsByLogTypeOffsetAndSize) {
   // size -1: the file is gone; result 1: something to read, at `pos`.
   const struct { const char* name; int logType, firstFlag; long offset, size; int result; long pos, after; } cases[] = {
@@ -41,5 +39,3 @@ TEST(FilePointSeek, PositionsByLogTypeOffsetAndSize) {
     fclose(fd);
   }
 }
-
-}  // namespace

@@ -4,8 +4,6 @@
 #include "CommonFunc.h"
 #include "TestSupport.h"
 
-namespace {
-
 mode_t Mode(const std::string& path) {
   struct stat st;
   return stat(path.c_str(), &st) == 0 ? (st.st_mode & (S_IFMT | 07777)) : 0;
@@ -53,5 +51,3 @@ TEST(FileUtil, MakesMissingAncestorsAndFindsFileNames) {
   ASSERT_EQ(chdir(old), 0);
   free(old);
 }
-
-}  // namespace

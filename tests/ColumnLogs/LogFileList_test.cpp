@@ -5,8 +5,6 @@
 #include "StrPattern.h"
 #include "TestSupport.h"
 
-namespace {
-
 char* Text(std::string& s) { return s.data(); }
 
 // A registry holding /var/log/app<n>.log for each entry number, in this order.
@@ -114,5 +112,3 @@ TEST(CLogFileList, NoStorablePatternIsReported) {
   g_pclOmniLog = nullptr;
   EXPECT_THAT(ReadAll(dir.path()), testing::HasSubstr("[INFO][LLB]" + prefix + g222 + Sep("{|}") + "\n"));
 }
-
-}  // namespace

@@ -1,8 +1,6 @@
 #include "LogFileName.h"
 #include "TestSupport.h"
 
-namespace {
-
 // Expanded at 5 March 2024 07:08:09, or in October / December for the month letter.
 TEST(LogFileName, ExpandsDateTokens) {
   const std::string fits = std::string(503, 'a') + "[YYYYMMDD]", over = std::string(504, 'a') + "[YYYYMMDD]";
@@ -41,5 +39,3 @@ TEST(LogFileName, FinestUnit) {
       {"[ss]", 6}, {"[ss][YYYY]", 6}, {"[YYYY", LOGNAME_NO_CLOSE}, {"[Q]", LOGNAME_BAD_TOKEN}};
   for (const auto& c : cases) EXPECT_EQ(fgLogFileNameUnit(c.name), c.unit) << c.name;
 }
-
-}  // namespace

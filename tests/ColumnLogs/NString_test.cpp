@@ -2,8 +2,6 @@
 #include "NString.h"
 #include "TestSupport.h"
 
-namespace {
-
 // Walks `text` to the end: the tokens, each followed by "|", then "<null>".
 template <typename Tok>
 std::string Walk(std::string text, const char* delim, Tok tok) {
@@ -56,5 +54,3 @@ TEST(NstrOnetok, CutsColumnsAndCountsConsumedCharacters) {
   };
   for (const auto& c : cases) EXPECT_EQ(Columns(c.line, c.d1, c.d2), c.cols) << c.line;
 }
-
-}  // namespace

@@ -5,8 +5,6 @@
 #include "ObjectList.h"
 #include "TestSupport.h"
 
-namespace {
-
 // Adds nodes with these keys; each data pointer is the insertion position, carried but never touched or freed.
 void Add(CObjectList& list, const std::vector<int>& keys) {
   for (size_t i = 0; i < keys.size(); ++i) {
@@ -115,5 +113,3 @@ TEST(CObjectBuffer, FreedIndicesAreReusedAndTheFirstEqualKeyWins) {
   EXPECT_EQ(Entries(buffer), "");
   EXPECT_EQ(buffer.fObjectPut(C("z"), C("v")), 1);
 }
-
-}  // namespace

@@ -6,8 +6,6 @@
 #include "StrPattern.h"
 #include "TestSupport.h"
 
-namespace {
-
 char* Text(std::string& s) { return s.data(); }
 char* T(const char* text) { return const_cast<char*>(text); }  // copied, never written
 
@@ -67,5 +65,3 @@ TEST(CCharPatternList, PatternSlotsOfTheNewestRule) {
   list.fDeleteLinkedList(list.fGetNode(3));
   EXPECT_EQ(list.fGetLinkedListCnt(), 2);  // entry 4 and the older rule of 3 are left for the destructor
 }
-
-}  // namespace

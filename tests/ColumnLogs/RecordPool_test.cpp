@@ -4,8 +4,6 @@
 #include "RecordPool.h"
 #include "TestSupport.h"
 
-namespace {
-
 using Rec = ST_CHAR_PATTERN_LIST;
 
 bool fAllZero(const Rec* l_pstRec) {
@@ -35,5 +33,3 @@ TEST(RecordPool, RecordsAreZeroDistinctAndReused) {
   ASSERT_TRUE(l_pstFresh != nullptr && fAllZero(l_pstFresh));
   l_clPool.fFree(l_pstFresh);
 }
-
-}  // namespace

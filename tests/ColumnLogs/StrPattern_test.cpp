@@ -4,8 +4,6 @@
 #include "StrPattern.h"
 #include "TestSupport.h"
 
-namespace {
-
 int Compile(CStrPattern& l_clPattern, std::string l_strText) { return l_clPattern.fPatternComp(l_strText.data()); }
 int Match(CStrPattern& l_clPattern, std::string l_strText) { return l_clPattern.fPatternEx(l_strText.data()); }
 
@@ -130,5 +128,3 @@ TEST(CStrPattern, PlainTextIsASubstringTest) {
   EXPECT_GT(l_nMatched, 300);  // both outcomes are well represented
   EXPECT_LT(l_nMatched, 2700);
 }
-
-}  // namespace

@@ -1,8 +1,6 @@
 #include "BFileReadWrite.h"
 #include "TestSupport.h"
 
-namespace {
-
 // The record is the pid, the status (native ints) and all 256 bytes of the
 // terminal name, also those after its NUL: 264 bytes, nothing more. A read
 // needs a whole record; bytes after it are ignored.
@@ -32,5 +30,3 @@ TEST(BFileReadWrite, WritesTheFixedLayoutAndReadsItBack) {
   std::string full = "/dev/full";  // the write fails only when the stream is flushed
   EXPECT_TRUE(!FileExists(full) || BFileWrite(&full[0], 1, 1, tty) == -1);
 }
-
-}  // namespace

@@ -4,8 +4,6 @@
 
 #include "TestSupport.h"
 
-namespace {
-
 // Module masks ERROR/NORMAL/DEBUG, all-or-nothing masks, component masks.
 using Masks = std::array<int, 9>;
 
@@ -55,5 +53,3 @@ TEST(OmniLogModeBit, TextsGiveTheirMasks) {
   EXPECT_EQ(log.fSetLogModeBit(nullptr), -1);
   EXPECT_EQ(Current(), kZero);
 }
-
-}  // namespace

@@ -6,8 +6,6 @@
 #include "MessageQueue.h"
 #include "OmniLogTestEnv.h"
 
-namespace {
-
 TEST(MessageQueue, FirstInFirstOutAndPopWaitsForAPush) {
   Queue<int> queue;
   for (int i = 0; i < 5; ++i) queue.push(i);
@@ -105,5 +103,3 @@ TEST_F(OmniLogThread, ConcurrentProducersLoseNothing) {
     ++next[t];
   }
 }
-
-}  // namespace

@@ -1,8 +1,6 @@
 // The logger: record format, file names, grades and modes, open failures, day switch, rotation, retention.
 #include "OmniLogTestEnv.h"
 
-namespace {
-
 using OmniLog = LoggerLayout;
 
 TEST_F(OmniLog, FileNamesAndRecordFormat) {
@@ -185,5 +183,3 @@ TEST_F(OmniLog, RecentFileLookupAndItsAnswer) {
   EXPECT_EQ(log->fGetRecentLogFile(nullptr), -1);
   EXPECT_FALSE(FileExists("../pwned"));
 }
-
-}  // namespace

@@ -4,8 +4,6 @@
 
 #include "TestSupport.h"
 
-namespace {
-
 using Change = std::function<void(const std::string& path)>;
 // A set-up step checks its own calls: a failed one is a set-up error, not a wrong outcome of the agent.
 #define SETUP(ok) ASSERT_TRUE(ok) << #ok << ": " << strerror(errno)
@@ -208,5 +206,3 @@ TEST(Faults, HugeAndDelimiterOnlyLinesAreEvaluatedWhole) {
               c.content.size() > 801 * 255);
   }
 }
-
-}  // namespace

@@ -3,8 +3,6 @@
 
 #include "TestSupport.h"
 
-namespace {
-
 // The events of several logs, each cut by its own delimiters (one without the tilde separator: a single delimiter),
 // land in one event file byte for byte; entry 4 shares entry 1's file, and one read offers each line to both.
 TEST(Gather, EventsOfSeveralLogsReachTheCollectorByteExact) {
@@ -120,5 +118,3 @@ TEST(Gather, LinesAcrossPieceAndChunkBoundariesAreReadWhole) {
   EXPECT_EQ(agent.SettledEvents(hits + 1),
             expected + "1|2{|}1{|}COLUMN[1] Value[HIT] == HIT, ORIGINAL_MSG:HIT,unfinished!\n");
 }
-
-}  // namespace

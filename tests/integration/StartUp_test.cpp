@@ -3,8 +3,6 @@
 
 #include "TestSupport.h"
 
-namespace {
-
 TEST(StartUp, FailuresEndWithTheirStatusAndMessage) {
   const std::string logs = "LOG_PATH=./\nLOG_MODE=NOLOG\nLOG_VALIDDAY=3\n", out = "OUTPUT_PATH=./\nLINE_WAIT_CNT=1\n";
   const std::string refused = "OUTPUT_PATH holds characters the shell would interpret : ";
@@ -86,5 +84,3 @@ TEST(StartUp, FirstRecordsAndTheHeartbeat) {
   EXPECT_EQ(later.st_size, 0);
   EXPECT_EQ(agent.Wait(0), -1) << "the agent keeps running";
 }
-
-}  // namespace

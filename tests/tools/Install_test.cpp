@@ -7,8 +7,6 @@
 #define COLUMNTOOL_CMAKE_COMMAND "/usr/bin/cmake"
 #endif
 
-namespace {
-
 TEST(InstallTree, TheAgentRunsFromItsWorkingDirectoryWithTheInstalledConfiguration) {
   TempDir prefix;
   const std::string root = prefix.path(), work = root + "/agent/work";
@@ -38,5 +36,3 @@ TEST(InstallTree, TheAgentRunsFromItsWorkingDirectoryWithTheInstalledConfigurati
   EXPECT_TRUE(PollFor([&] { return !ReadAll(root + "/var/out", "out_").empty(); }, 10000));
   EXPECT_NE(ReadAll(root + "/var/log", "2").find("LogGather end"), std::string::npos);
 }
-
-}  // namespace

@@ -2,8 +2,6 @@
 // reason it prints for each.
 #include "TestSupport.h"
 
-namespace {
-
 void Rename(WatchEntry& e, const std::string& name) { e.name = e.name.substr(0, e.name.rfind('/') + 1) + name; }
 void WithoutKey(std::string& config, const std::string& key) {
   const size_t at = config.find(key + "=");
@@ -91,5 +89,3 @@ TEST(ColumnToolCheck, ReportsStatusAndReasonPerConfiguration) {
   EXPECT_NE(missing.err.find("cannot read"), std::string::npos) << missing.err;
   EXPECT_EQ(Tool({"check"}).status, 2);
 }
-
-}  // namespace

@@ -3,8 +3,6 @@
 
 #include "TestSupport.h"
 
-namespace {
-
 // Encoding turns exactly "{~}" and "{|}" into the separator bytes; anything
 // else (incomplete notation, plain bar and tilde, other control bytes) stays.
 TEST(ColumnToolNotation, EncodeAndDecodeAreExactInverses) {
@@ -64,5 +62,3 @@ TEST(ColumnToolEvents, ListsWaitingFilesOldestFirstInReadableForm) {
 
   EXPECT_EQ(Tool({"events", dir.file("none")}).status, 2);
 }
-
-}  // namespace

@@ -3,8 +3,6 @@
 // cycle) and by replay; the event bytes must be identical.
 #include "TestSupport.h"
 
-namespace {
-
 TEST(ColumnToolReplay, RawEventsEqualWhatTheAgentWritesForTheSameFile) {
   // HealthApp: '|'-separated; two entries on the same file form one group
   // that shares one read and one event ceiling.
@@ -100,5 +98,3 @@ TEST(ColumnToolReplay, NamedOrMatchingEntryReplaysOnlyItsOwnRules) {
   EXPECT_NE(missing.err.find("LOG05 is not loaded"), std::string::npos) << missing.err;
   EXPECT_EQ(Tool({"replay", conf, log, "20"}).status + Tool({"replay", conf, dir.path(), "4"}).status, 4);
 }
-
-}  // namespace

@@ -4,8 +4,6 @@
 
 #include "../LIB/OmniLogTestEnv.h"
 
-namespace {
-
 class ShCmd : public LoggerLayout {
  protected:
   void SetUp() override {
@@ -90,5 +88,3 @@ TEST_F(RecentLogFile, NewestFileOfTheDateIsTheAnswer) {
   EXPECT_EQ(Lookup("2024031x '" + dir + "'"), "2:");
   EXPECT_EQ(Lookup("'' '" + dir + "'"), "2:");
 }
-
-}  // namespace
