@@ -105,12 +105,9 @@ TEST(ColumnLoggerConf, OverlongRuleValueIsRefusedWhole) {
 // Every rule is recorded and registered, an entry's newest first (a dot makes a decimal rule, a trailing bar adds
 // nothing, code 3 compiles its pattern); the console trace names each entry.
 TEST(ColumnLoggerConf, RulesAreRecordedAndRegisteredInOrder) {
-  WatchEntry a = Entry(1);
-  a.secLog = "3{~}50{|}4{~}100";
-  a.number = "4{~}2{~}90.5{~}1{~}={~}%{|}7{~}3{~}90{~}6{~}NULL{~}NULL{|}";
-  a.text = "3{~}4{~}FAIL{~}1{|}5{~}2{~}^err|warn${~}3";
-  a.date = "1{~}YYYY-MM-DD{|}2{~}hh:mm:ss";
-  a.pattern = "1{|}ERROR{~}2{|}WARN";
+  const WatchEntry a{1, Entry(1).name, ",{~}NULL", "4{~}2{~}90.5{~}1{~}={~}%{|}7{~}3{~}90{~}6{~}NULL{~}NULL{|}",
+                     "3{~}4{~}FAIL{~}1{|}5{~}2{~}^err|warn${~}3", "1{~}YYYY-MM-DD{|}2{~}hh:mm:ss", "1{|}ERROR{~}2{|}WARN",
+                     "3{~}50{|}4{~}100"};
   Loaded loaded(EntryLines(a) + EntryLines(Entry(2)), true, 1);
   const std::string records = loaded.Records();
   size_t at = 0;

@@ -195,11 +195,7 @@ TEST(Faults, HugeAndDelimiterOnlyLinesAreEvaluatedWhole) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     AgentDir agent;
-    WatchEntry e = CpuRule(1, agent.AppLog(c.content));
-    e.delimitor = c.delimitor;
-    e.number = c.number;
-    e.text = c.text;
-    agent.Start({e});
+    agent.Start({{1, agent.AppLog(c.content), c.delimitor, c.number, c.text}});
     const std::string events = agent.SettledEvents(2, 90000);
     EXPECT_TRUE(events == c.expected) << "events of " << events.size() << " bytes, " << c.expected.size() << " expected";
     EXPECT_EQ(agent.Stderr().find("LINE READ COUNT OVER[801] SLEEP...\n") != std::string::npos,

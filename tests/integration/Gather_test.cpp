@@ -13,11 +13,9 @@ TEST(Gather, EventsOfSeveralLogsReachTheCollectorByteExact) {
   for (int i = 0; i < 3; ++i) {
     const std::string path = agent.Path("logs/" + std::to_string(i + 1) + ".log");
     ASSERT_TRUE(WriteFile(path, logs[i].lines));
-    entries.push_back(CpuRule(i + 1, path));
-    entries.back().delimitor = logs[i].delimitor;
+    entries.push_back({i + 1, path, logs[i].delimitor, "3{~}2{~}90{~}1{~}{~}"});
   }
-  entries.push_back(WatchEntry{4, entries[0].name});
-  entries.back().text = "2{~}4{~}b{~}1";
+  entries.push_back({4, entries[0].name, ",{~}NULL", "NULL", "2{~}4{~}b{~}1"});
   agent.Start(entries);
   ASSERT_TRUE(agent.WaitForEvents(5));
   const auto outs = agent.OutFiles();
@@ -106,9 +104,7 @@ TEST(Gather, LinesAcrossPieceAndChunkBoundariesAreReadWhole) {
   ASSERT_LT(pieces, 800);  // below the read throttle's pause
   ASSERT_LT(hits, 100);    // below the event ceiling of a turn
   AgentDir agent;
-  WatchEntry e;
-  e.name = agent.AppLog(log);
-  e.text = "1{~}1{~}HIT{~}1";
+  const WatchEntry e{1, agent.AppLog(log), ",{~}NULL", "NULL", "1{~}1{~}HIT{~}1"};
   agent.Start({e});
   const std::string counts = "log count = " + std::to_string(pieces) + ", fault count = " + std::to_string(hits);
   ASSERT_TRUE(agent.WaitForDiag(counts)) << "expected \"" << counts << "\" in:\n" << agent.Diag();

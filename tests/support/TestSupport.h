@@ -198,13 +198,13 @@ class AgentProcess {
   bool m_reaped = false;
 };
 
-// One LOGnn_ entry of an agent configuration, values in readable notation.
+// One LOGnn_ entry of an agent configuration, values in readable notation; the rules come first after the name.
 struct WatchEntry {
   int index = 1;
-  std::string name;
+  std::string name, delimitor = ",{~}NULL", number = "NULL", text = "NULL", date = "NULL", pattern = "NULL";
+  std::string secLog = "NULL";
   int type = 2;       // 0 end, 1 whole file, 2 start
   int checkType = 1;  // 0 wildcard, else dated
-  std::string secLog = "NULL", delimitor = ",{~}NULL", number = "NULL", text = "NULL", date = "NULL", pattern = "NULL";
 };
 inline std::string EntryLines(const WatchEntry& e) {  // with the separator bytes
   const std::string p = std::string(e.index < 10 ? "LOG0" : "LOG") + std::to_string(e.index) + "_";
@@ -224,8 +224,8 @@ inline std::string GlobalLines(const std::string& dir, const std::string& mode =
 }
 // Column 3 above 90 fires at level 2 ("x,y,NN" lines), and its event for `line` (readable).
 inline WatchEntry CpuRule(int index, const std::string& name, int type = 2) {
-  WatchEntry e{index, name, type};
-  e.number = "3{~}2{~}90{~}1{~}{~}";
+  WatchEntry e{index, name, ",{~}NULL", "3{~}2{~}90{~}1{~}{~}"};
+  e.type = type;
   return e;
 }
 inline std::string CpuEvent(int index, const std::string& line) {

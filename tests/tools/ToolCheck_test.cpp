@@ -72,10 +72,8 @@ TEST(ColumnToolCheck, ReportsStatusAndReasonPerConfiguration) {
     mkdir(dir.file("log").c_str(), 0755);
     mkdir(dir.file("out").c_str(), 0755);
     WriteFile(dir.file("app.log"), "a,FAIL,95\n");
-    WatchEntry e = CpuRule(1, dir.file("app.log"));
-    e.text = "2{~}3{~}FAIL{~}1";
-    e.date = "1{~}hh:mm:ss";
-    e.pattern = "1{|}FAIL{~}NULL";
+    WatchEntry e{1, dir.file("app.log"), ",{~}NULL", "3{~}2{~}90{~}1{~}{~}", "2{~}3{~}FAIL{~}1", "1{~}hh:mm:ss",
+                 "1{|}FAIL{~}NULL"};
     if (c.entry) c.entry(e);
     std::string config = GlobalLines(dir.path()) + EntryLines(e);
     if (c.config) c.config(config);

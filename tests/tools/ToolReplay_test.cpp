@@ -1,32 +1,17 @@
-// ColumnTool replay against the agent itself: the same configuration and the
-// same real log, read by the agent (log type 2, whole file in its first
-// cycle) and by replay; the event bytes must be identical.
+// ColumnTool replay and the agent, with the same configuration on the same real log (read whole in the agent's first
+// cycle), write the same event bytes.
 #include "TestSupport.h"
 
 TEST(ColumnToolReplay, RawEventsEqualWhatTheAgentWritesForTheSameFile) {
-  // HealthApp: '|'-separated; two entries on the same file form one group
-  // that shares one read and one event ceiling.
-  WatchEntry steps;
-  steps.delimitor = "|{~}NULL";
-  steps.number = "4{~}1{~}3780{~}1{~}onStandStepChanged {~}";
-  steps.text = "4{~}2{~}fail{~}3";
-  steps.pattern = "1{|}onStandStepChanged{~}2{|}fail";
-  WatchEntry components = steps;
-  components.index = 2;
-  components.number = "3{~}0{~}30002312{~}5{~}NULL{~}NULL";
-  components.text = "2{~}3{~}Step_LSC{~}1";
-  components.pattern = "NULL";
+  // HealthApp: '|'-separated; two entries on the same file form one group sharing one read and one event ceiling.
+  const WatchEntry steps{1, "", "|{~}NULL", "4{~}1{~}3780{~}1{~}onStandStepChanged {~}", "4{~}2{~}fail{~}3", "NULL",
+                         "1{|}onStandStepChanged{~}2{|}fail"};
+  const WatchEntry components{2, "", "|{~}NULL", "3{~}0{~}30002312{~}5{~}NULL{~}NULL", "2{~}3{~}Step_LSC{~}1"};
   // Zookeeper: blank-separated with a time column feeding the line-rate check.
-  WatchEntry zoo{3, ""};
-  zoo.delimitor = " {~}NULL";
-  zoo.secLog = "1{~}3{|}3{~}10";
-  zoo.text = "4{~}4{~}ERROR{~}1{|}4{~}2{~}WARN{~}1";
-  zoo.date = "1{~}YYYY-MM-DD{|}2{~}hh:mm:ss,SSS";
+  const WatchEntry zoo{3, "", " {~}NULL", "NULL", "4{~}4{~}ERROR{~}1{|}4{~}2{~}WARN{~}1",
+                       "1{~}YYYY-MM-DD{|}2{~}hh:mm:ss,SSS", "NULL", "1{~}3{|}3{~}10"};
   // Apache: columns end at ']' or '['; a pattern rule behind a line pattern, a handful of events.
-  WatchEntry apache;
-  apache.delimitor = "]{~}[";
-  apache.text = "5{~}2{~}(find child)&(NOT:mod_jk){~}3";
-  apache.pattern = "1{|}(jk2_init)";
+  const WatchEntry apache{1, "", "]{~}[", "NULL", "5{~}2{~}(find child)&(NOT:mod_jk){~}3", "NULL", "1{|}(jk2_init)"};
   // `ceiling`: more than 100 events for one log in the cycle.
   const struct { const char* log; std::vector<WatchEntry> entries; bool ceiling; } cases[] = {
       {"HealthApp_2k.log", {steps, components}, true}, {"Zookeeper_2k.log", {zoo}, true},
@@ -61,19 +46,13 @@ TEST(ColumnToolReplay, RawEventsEqualWhatTheAgentWritesForTheSameFile) {
 TEST(ColumnToolReplay, NamedOrMatchingEntryReplaysOnlyItsOwnRules) {
   TempDir dir;
   const std::string log = dir.file("app.log"), conf = dir.file("agent.conf");
-  WriteFile(log, "a,95,FAIL\nb,10,OK\nc,99,FAIL\npartial,99,FAIL");
-  WriteFile(dir.file("app_2024.log"), "x,95\n");
-  WatchEntry numbers = CpuRule(4, dir.file("other.log"));
-  numbers.number = "2{~}2{~}90{~}1{~}{~}";
-  WatchEntry texts = numbers;
-  texts.index = 7;
-  texts.number = "NULL";
-  texts.text = "3{~}3{~}FAIL{~}1";
-  WatchEntry dated = numbers;
-  dated.index = 9;
-  dated.name = dir.file("app_[YYYY].log");
+  const WatchEntry numbers{4, dir.file("other.log"), ",{~}NULL", "2{~}2{~}90{~}1{~}{~}"};
+  const WatchEntry texts{7, dir.file("other.log"), ",{~}NULL", "NULL", "3{~}3{~}FAIL{~}1"};
+  WatchEntry dated{9, dir.file("app_[YYYY].log"), ",{~}NULL", "2{~}2{~}90{~}1{~}{~}"};
   dated.checkType = 0;
-  WriteFile(conf, GlobalLines(dir.path()) + EntryLines(numbers) + EntryLines(texts) + EntryLines(dated));
+  ASSERT_TRUE(WriteFile(log, "a,95,FAIL\nb,10,OK\nc,99,FAIL\npartial,99,FAIL") &&
+              WriteFile(dir.file("app_2024.log"), "x,95\n"));
+  ASSERT_TRUE(WriteFile(conf, GlobalLines(dir.path()) + EntryLines(numbers) + EntryLines(texts) + EntryLines(dated)));
 
   const RunResult r = Tool({"replay", conf, log, "LOG04"});
   EXPECT_EQ(r.status, 0) << r.err;
