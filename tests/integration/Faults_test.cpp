@@ -108,11 +108,8 @@ TEST(Faults, HandOffNeverReplacesAWaitingEventFile) {
   AgentDir agent;
   std::vector<std::string> waiting;
   for (time_t t = time(nullptr) - 1, end = t + 4; t <= end; ++t) {
-    struct tm local;
-    char name[64];
-    strftime(name, sizeof(name), "out_%Y%m%d-%H%M%S", localtime_r(&t, &local));
-    waiting.push_back(name);
-    ASSERT_TRUE(WriteFile(agent.Path("out/") + name, std::string("waiting ") + name + "\n"));
+    waiting.push_back(TimeText("out_%Y%m%d-%H%M%S", t));
+    ASSERT_TRUE(WriteFile(agent.Path("out/") + waiting.back(), "waiting " + waiting.back() + "\n"));
   }
   agent.Start({CpuRule(1, agent.AppLog())});
   ASSERT_TRUE(agent.WaitForEvents(waiting.size() + 1));

@@ -52,19 +52,14 @@ TEST(StartUp, BadCommandLineGetsOneLineAndNonZeroStatus) {
 // this order, and PRINT=ON echoes them; the heartbeat file is made anew, empty
 // and read-only, and again more than ten seconds later.
 TEST(StartUp, FirstRecordsAndTheHeartbeat) {
-  TempDir dir;
-  for (const char* sub : {"out", "log"}) mkdir(dir.file(sub).c_str(), 0755);
-  ASSERT_TRUE(WriteFile(dir.file("agent.conf"), GlobalLines(dir.path(), "DEBUG") + "PRINT=ON\n"));
-  ASSERT_TRUE(WriteFile(dir.file("LoggerAlive"), "stale"));  // replaced, mode and content
-  AgentProcess agent(dir.path(), {"agent.conf"});
+  AgentDir dir;
+  ASSERT_TRUE(WriteFile(dir.Path("agent.conf"), GlobalLines(dir.Dir(), "DEBUG") + "PRINT=ON\n"));
+  ASSERT_TRUE(WriteFile(dir.Path("LoggerAlive"), "stale"));  // replaced, mode and content
+  AgentProcess agent(dir.Dir(), {"agent.conf"});
   struct stat first, later;
-  ASSERT_TRUE(PollFor([&] { return stat(dir.file("LoggerAlive").c_str(), &first) == 0 && first.st_size == 0; }, 5000));
+  ASSERT_TRUE(PollFor([&] { return stat(dir.Path("LoggerAlive").c_str(), &first) == 0 && first.st_size == 0; }, 5000));
   EXPECT_EQ(first.st_mode & 0777, 0444 & ~Umask());
-  const time_t now = time(nullptr);
-  struct tm t;
-  char day[16];
-  strftime(day, sizeof(day), "%Y%m%d", localtime_r(&now, &t));
-  const std::string log = dir.file("log/" + std::string(day) + "_SER.log");
+  const std::string log = dir.Path("log/" + TimeText("%Y%m%d") + "_SER.log");
   ASSERT_TRUE(PollFor([&] { return ReadFile(log).find("LogGather end") != std::string::npos; }, 5000));
   const std::string text = ReadFile(log);
   size_t at = 0;
@@ -79,7 +74,7 @@ TEST(StartUp, FirstRecordsAndTheHeartbeat) {
   }
   EXPECT_NE(agent.Stderr().find("[INFO][LOG]LogGather end\n"), std::string::npos) << agent.Stderr();
   ASSERT_TRUE(PollFor([&] {
-    return stat(dir.file("LoggerAlive").c_str(), &later) == 0 && later.st_mtime > first.st_mtime + 10;
+    return stat(dir.Path("LoggerAlive").c_str(), &later) == 0 && later.st_mtime > first.st_mtime + 10;
   }, 20000));
   EXPECT_EQ(later.st_size, 0);
   EXPECT_EQ(agent.Wait(0), -1) << "the agent keeps running";

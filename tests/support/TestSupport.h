@@ -113,6 +113,12 @@ inline struct tm CalendarTime(int year, int month, int day, int hour, int minute
   t.tm_sec = second;
   return t;
 }
+inline std::string TimeText(const char* format, time_t when = time(nullptr)) {  // local time, as strftime puts it
+  struct tm local;
+  char text[64];
+  strftime(text, sizeof(text), format, localtime_r(&when, &local));
+  return text;
+}
 inline bool PollFor(const std::function<bool()>& done, int timeout_ms) {  // every 20 ms
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
   while (!done()) {

@@ -1,5 +1,4 @@
-// ColumnTool check: good and broken configurations, the exit status and the
-// reason it prints for each.
+// ColumnTool check: good and broken configurations, the exit status and the reason it prints for each.
 #include "TestSupport.h"
 
 void Rename(WatchEntry& e, const std::string& name) { e.name = e.name.substr(0, e.name.rfind('/') + 1) + name; }
@@ -9,12 +8,7 @@ void WithoutKey(std::string& config, const std::string& key) {
 }
 
 TEST(ColumnToolCheck, ReportsStatusAndReasonPerConfiguration) {
-  char today[16];
-  const time_t now = time(nullptr);
-  struct tm local;
-  strftime(today, sizeof(today), "%Y%m%d", localtime_r(&now, &local));
-  WatchEntry second{2, "/tmp/second.log"};
-  second.secLog = "4{~}100";
+  const WatchEntry second{2, "/tmp/second.log", ",{~}NULL", "NULL", "NULL", "NULL", "NULL", "4{~}100"};
   // Each case changes the good entry, or the whole text, and names texts the report must hold.
   using Entry = std::function<void(WatchEntry&)>;
   using Text = std::function<void(std::string&)>;
@@ -42,7 +36,7 @@ TEST(ColumnToolCheck, ReportsStatusAndReasonPerConfiguration) {
        }, nullptr, 0,
        {"the name changes every year", "reads now   nothing: no readable file matches", "/app????.log"}},
       {"dated name shows the file it reads now", [](WatchEntry& e) { Rename(e, "app_[YYYY][MM][DD].log"); }, nullptr,
-       0, {"the name changes every day", "/app_" + std::string(today) + ".log  (does not exist yet"}},
+       0, {"the name changes every day", "/app_" + TimeText("%Y%m%d") + ".log  (does not exist yet"}},
       {"OUTPUT_PATH without its final slash", nullptr, [](std::string& c) { c.replace(c.find("/out/"), 5, "/out"); },
        0, {"warning: OUTPUT_PATH does not end with \"/\"", "/outing_..., beside the directory", "0 errors, 1 warning"}},
       {"OUTPUT_PATH with characters the shell interprets", nullptr,
@@ -66,19 +60,17 @@ TEST(ColumnToolCheck, ReportsStatusAndReasonPerConfiguration) {
         "LOG02_SECLOG_LEVEL_CNT, the last loaded entry)",
         "warning: LOG01_SECLOG_LEVEL_CNT is not in force"}},
   };
+  AgentDir dir;  // the configuration is written anew for each case
+  const std::string app = dir.AppLog("a,FAIL,95\n");
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    TempDir dir;
-    mkdir(dir.file("log").c_str(), 0755);
-    mkdir(dir.file("out").c_str(), 0755);
-    WriteFile(dir.file("app.log"), "a,FAIL,95\n");
-    WatchEntry e{1, dir.file("app.log"), ",{~}NULL", "3{~}2{~}90{~}1{~}{~}", "2{~}3{~}FAIL{~}1", "1{~}hh:mm:ss",
+    WatchEntry e{1, app, ",{~}NULL", "3{~}2{~}90{~}1{~}{~}", "2{~}3{~}FAIL{~}1", "1{~}hh:mm:ss",
                  "1{|}FAIL{~}NULL"};
     if (c.entry) c.entry(e);
-    std::string config = GlobalLines(dir.path()) + EntryLines(e);
+    std::string config = GlobalLines(dir.Dir()) + EntryLines(e);
     if (c.config) c.config(config);
-    ASSERT_TRUE(WriteFile(dir.file("agent.conf"), config));
-    const RunResult r = Tool({"check", dir.file("agent.conf")});
+    ASSERT_TRUE(WriteFile(dir.Path("agent.conf"), config));
+    const RunResult r = Tool({"check", dir.Path("agent.conf")});
     EXPECT_EQ(r.status, c.status) << r.out << r.err;
     for (const std::string& text : c.texts) EXPECT_NE(r.out.find(text), std::string::npos) << text << "\n" << r.out;
   }
