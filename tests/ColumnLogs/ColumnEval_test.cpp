@@ -16,8 +16,7 @@ class ColumnEvalTest : public ::testing::Test {
   void TearDown() override {  // the gather cycle owns (and frees) these buffers; here the test does
     l_pstrLineBuf = nullptr, m_clLogger.m_pstrOriginalBuf = nullptr, m_clLogger.m_lOriginalBufSize = 0;
   }
-  // The accumulator holds 28 reserved zero bytes, then the line. The column buffer is as long (as in the gather
-  // cycle) unless told otherwise, an exact heap block (the sanitizer build sees an overrun) holding garbage.
+  // 28 reserved bytes, then the line; the column buffer, an exact heap block of garbage, as long as the cycle's.
   void Evaluate(const std::string& l_strLine, int l_nIndx = 1, long l_lColumnBufSize = -1) {
     m_strLine = std::string(28, '\0') + l_strLine;
     l_pstrLineBuf = &m_strLine[0];
@@ -125,8 +124,7 @@ TEST_F(ColumnEvalTest, NumberReadingFollowsTheCLibrary) {
   }
 }
 
-// The first occurrence of each text around the number counts, a missing one leaves the column (or the rest of it);
-// a letter in the value means the rule does not apply (-1); "NULL" is plain text.
+// The first occurrence of each text around the number counts; a letter in the value: the rule does not apply (-1).
 TEST_F(ColumnEvalTest, TextsAroundTheNumberSelectTheValueText) {
   const struct { const char *ext1, *ext2, *column, *message; int result; } kCases[] = {
       {"cpu=", "%", "cpu=93%", "Value[93] != 0", 1},  {"cpu=", "%", "93", "Value[93] != 0", 1},
@@ -142,8 +140,7 @@ TEST_F(ColumnEvalTest, TextsAroundTheNumberSelectTheValueText) {
   }
 }
 
-// Of consecutive rules for one column (newest first) the first that fires ends the run, a rule for another column
-// starts a new run; text rules have no early stop, and every rule reads the column as it was cut.
+// The first firing rule (newest first) ends a column's run of numeric rules; text rules have no early stop.
 TEST_F(ColumnEvalTest, NumericRunStopsAtFirstFiringRuleTextRulesDoNot) {
   struct Case { bool otherColumnBetween; std::string value; std::vector<int> levels; } cases[] = {
       {false, "95", {2}}, {false, "85", {1}}, {false, "50", {}}, {true, "95", {2, 1}}, {true, "85", {1}}};
@@ -295,8 +292,7 @@ TEST_F(ColumnEvalTest, EventFileWrites) {
   EXPECT_EQ(ListDir("/proc/self/fd").size(), l_nFds);
 }
 
-// Seeded random rules (three logs, all kinds and comparisons, columns 1 to 70) over lines of up to 70 columns: a
-// turn, which gathers each log's rules once, writes the events of the line-by-line walk.
+// On seeded random rules and lines, a turn (each log's rules gathered once) writes the line-by-line walk's events.
 TEST(ColumnEvalTurn, GatheredRulesEvaluateAsTheWalk) {
   std::mt19937 l_clRandom(20261123);
   auto l_fPick = [&](int l_nLow, int l_nHigh) { return std::uniform_int_distribution<int>(l_nLow, l_nHigh)(l_clRandom); };

@@ -23,8 +23,7 @@ struct Loaded {
 
 WatchEntry Entry(int index) { return {index, "/var/log/app" + std::to_string(index) + ".log"}; }
 
-// Entries load in number order; one lacking a key is skipped silently; from 20 on none is read; the check type keeps
-// its low byte.
+// Entries load in number order; one lacking a key is skipped silently, from 20 on none is read; check type: low byte.
 TEST(ColumnLoggerConf, EntriesLoadInNumberOrderAndIncompleteOnesAreSkipped) {
   std::string config;
   for (int index : {5, 2, 20}) config += EntryLines(Entry(index));
@@ -102,8 +101,7 @@ TEST(ColumnLoggerConf, OverlongRuleValueIsRefusedWhole) {
   EXPECT_EQ(logger.m_pclLogFileList->fGetNode(1), nullptr);
 }
 
-// Every rule is recorded and registered, an entry's newest first (a dot makes a decimal rule, a trailing bar adds
-// nothing, code 3 compiles its pattern); the console trace names each entry.
+// Every rule is recorded and registered, an entry's newest first; the console trace names each entry.
 TEST(ColumnLoggerConf, RulesAreRecordedAndRegisteredInOrder) {
   const WatchEntry a{1, Entry(1).name, ",{~}NULL", "4{~}2{~}90.5{~}1{~}={~}%{|}7{~}3{~}90{~}6{~}NULL{~}NULL{|}",
                      "3{~}4{~}FAIL{~}1{|}5{~}2{~}^err|warn${~}3", "1{~}YYYY-MM-DD{|}2{~}hh:mm:ss", "1{|}ERROR{~}2{|}WARN",

@@ -87,8 +87,7 @@ TEST(CConfManager, TakesOverAStaleLockAfterTenSeconds) {
   EXPECT_FALSE(FileExists(tmp.file("conf_lock")));
 }
 
-// Lookups take a key's first entry; the file is read again only when its time changed or the buffers were emptied;
-// a vanished file keeps the entries.
+// Lookups take a key's first entry; the file is read again only when its time changed or the buffers were emptied.
 TEST(CConfManager, FirstEntryWinsAndReFreshReadsOnlyAChangedFile) {
   TempDir tmp;
   const std::string path = tmp.file("conf");
@@ -108,8 +107,7 @@ TEST(CConfManager, FirstEntryWinsAndReFreshReadsOnlyAChangedFile) {
   EXPECT_EQ(Opt(store, "A"), "2");
 }
 
-// The rewrite changes only what the store changed, in its section, over a left temporary file; the old file is kept
-// as "_b"; a value that would not read back is refused.
+// The rewrite changes only what the store changed, over a left temporary file, keeping the old file as "_b".
 TEST(CConfManager, RewriteChangesOnlyWhatTheStoreChanged) {
   TempDir tmp;
   const std::string path = tmp.file("conf"), before = "[A]\nX=1\nW=2\n# about B\n\n[B]\nX=2\nW=3\n";

@@ -1,10 +1,8 @@
-// Names and commands of the event files, and a formatter at its limit (event
-// lines are checked byte for byte through the evaluation).
+// Names and commands of the event files, and a formatter at its limit (event lines: see the evaluation tests).
 #include "EventFormat.h"
 #include "TestSupport.h"
 
-// The event file name and its hand-off command; a name or command that does
-// not fit is never used cut: the buffer comes back empty.
+// The event file name and its hand-off command; one that does not fit is never used cut: the buffer comes back empty.
 TEST(EventFormat, EventFileNameAndCloseOutCommand) {
   const std::string d240(240, 'd');
   const struct { std::string outPath; int year, result; std::string name, command; } cases[] = {

@@ -1,5 +1,4 @@
-// CColumnLogger::fFilePointSeek: where reading resumes for each log type, on
-// the first look and later, when the file has grown, not grown, shrunk or gone.
+// Where reading resumes for each log type, on the first look and later, as the file grew, shrank or went.
 
 #include "ColumnLogger.h"
 #include "TestSupport.h"

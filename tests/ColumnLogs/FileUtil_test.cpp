@@ -1,5 +1,4 @@
-// File and process helpers the agent does not call: address check,
-// directory making, file name search.
+// File and process helpers the agent does not call: address check, directory making, file name search.
 
 #include "CommonFunc.h"
 #include "TestSupport.h"
@@ -25,9 +24,7 @@ TEST(FileUtil, IPCheckAcceptsDottedQuadsByTheirLeadingNumbers) {
   EXPECT_EQ(fgIPCheck(nullptr), 0);
 }
 
-// Missing ancestors are made with mode 0770 (a relative path from the working
-// directory), an existing directory is left alone, a path through a file is
-// refused. The file search skips hidden names and is case-sensitive.
+// Missing ancestors are made with mode 0770, an existing directory is left alone; the search skips hidden names.
 TEST(FileUtil, MakesMissingAncestorsAndFindsFileNames) {
   TempDir tmp;
   const mode_t mask = Umask();

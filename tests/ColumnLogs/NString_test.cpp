@@ -32,8 +32,7 @@ TEST(Nstrstrtok, SplitsAtTheWholeSeparator) {
   for (const auto& c : cases) EXPECT_EQ(Walk(Sep(c.text), c.sep.c_str(), Nstrstrtok), c.tokens) << c.text;
 }
 
-// Cuts a line column by column with NstrOnetok (d1 == d2) or NstrDoubletok:
-// "text/consumed " per column, "<0>" at the end.
+// "text/consumed " per column as NstrOnetok (d1 == d2) or NstrDoubletok cut `line`, "<0:...>" at the end.
 std::string Columns(std::string line, char d1, char d2) {
   std::string cols;
   std::vector<char> dest(line.size() + 1, 'X');

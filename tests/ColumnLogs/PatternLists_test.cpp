@@ -1,5 +1,4 @@
-// The three rule registries over the one ordered-list engine (removal and
-// the cursor: the ObjectList tests), and the patterns of a text rule.
+// The three rule registries over the ordered-list engine (tested in ObjectList), and a text rule's patterns.
 #include "CharPatternList.h"
 #include "DatePatternList.h"
 #include "NumPatternList.h"
@@ -14,8 +13,7 @@ void AddRule(CNumPatternList& list, int indx, int tag) { list.fAddLinkedList(ind
 void AddRule(CCharPatternList& list, int indx, int tag) { list.fAddLinkedList(indx, tag, 1, 1, T("FAIL")); }
 void AddRule(CDatePatternList& list, int indx, int tag) { list.fAddLinkedList(indx, tag, T("hh:mm:ss")); }
 
-// A rule goes directly before the first rule of its entry, else to the end:
-// A, B, C, D added for entries 1, 1, 2, 1 walk as D, B, A, C.
+// A rule goes directly before its entry's first rule, else to the end: A, B, C, D for entries 1, 1, 2, 1 walk D B A C.
 template <typename List>
 void CheckOrder() {
   const struct { std::vector<std::pair<int, int>> added; std::string order; } cases[] = {  // (entry, tag)
@@ -36,8 +34,7 @@ TEST(CNumPatternList, Order) { CheckOrder<CNumPatternList>(); }
 TEST(CCharPatternList, Order) { CheckOrder<CCharPatternList>(); }
 TEST(CDatePatternList, Order) { CheckOrder<CDatePatternList>(); }
 
-// Patterns go to the entry's newest rule, replacing what it held; the text
-// before a bar (a grade elsewhere) is dropped.
+// Patterns go to the entry's newest rule, replacing what it held; the text before a bar is dropped.
 TEST(CCharPatternList, PatternSlotsOfTheNewestRule) {
   CCharPatternList list;
   std::string rule = "ERROR", value = Sep("5{|}a{~}b"), tooLong(2048, 'q');
@@ -50,8 +47,7 @@ TEST(CCharPatternList, PatternSlotsOfTheNewestRule) {
   EXPECT_EQ(std::string(newest->m_vstrLogPattern[0]) + newest->m_vstrLogPattern[1], "ab");
   EXPECT_NE(newest->m_vpclStrPattern[1], nullptr);
   EXPECT_EQ(newest->m_pstNext->m_vpclStrPattern[0], nullptr);
-  // A refused value leaves every slot empty; slot operations stay inside the five slots; rules
-  // holding compiled patterns are freed with them (checked by the leak sanitizer build).
+  // A refused value empties every slot; compiled patterns are freed with their rules (the leak sanitizer checks).
   EXPECT_EQ(list.fAddPatternLinkedList(3, Text(tooLong)), 0);
   for (int slot = 0; slot < PATTERN_SLOT_CNT; ++slot) {
     EXPECT_STREQ(newest->m_vstrLogPattern[slot], "") << slot;

@@ -1,5 +1,4 @@
-// CRecordPool as the text rule registry uses it (the slot layout is asserted at compile time): over two
-// slabs' worth, and afresh once all went back, records come zero-filled, distinct, and are reused zero-filled.
+// Over two slabs' worth and afresh, records come zero-filled and distinct, and are reused zero-filled.
 #include "CharPatternList.h"
 #include "RecordPool.h"
 #include "TestSupport.h"

@@ -1,9 +1,7 @@
 #include "BFileReadWrite.h"
 #include "TestSupport.h"
 
-// The record is the pid, the status (native ints) and all 256 bytes of the
-// terminal name, also those after its NUL: 264 bytes, nothing more. A read
-// needs a whole record; bytes after it are ignored.
+// The record is the pid, the status and all 256 bytes of the terminal name: 264 bytes; a read needs all of them.
 TEST(BFileReadWrite, WritesTheFixedLayoutAndReadsItBack) {
   TempDir tmp;
   std::string path = tmp.file("status"), noDir = tmp.file("no/such/dir/status"), dir = tmp.path();

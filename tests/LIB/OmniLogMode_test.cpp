@@ -1,5 +1,4 @@
-// Module log-mode selection (not used by the agent): the texts, the nine
-// masks they give and the diagnostics on standard error.
+// Module log-mode selection (not used by the agent): the texts, the nine masks they give, the diagnostics.
 #include <array>
 
 #include "TestSupport.h"

@@ -15,8 +15,7 @@ bool SkipUnprivileged(bool unprivileged, const char* name) {
   return true;
 }
 
-// A file shorter than the saved offset is read from its start, a longer replacement counts as read up to the old
-// offset; one gone or unreadable is reported every cycle (`error`) and read on once it opens. Every line once.
+// A changed file is read on from the right place; one gone or unreadable is reported every cycle, read once back.
 TEST(Faults, WatchedFileChangedOrUnreadableUnderTheAgent) {
   const std::string first = "a,b,91,padding-padding-padding-padding";
   const Change moveAway = [](const std::string& p) {
@@ -118,8 +117,7 @@ TEST(Faults, HandOffNeverReplacesAWaitingEventFile) {
   EXPECT_NE(agent.Diag().find(" not collected yet, cycle skipped : File exists"), std::string::npos);
 }
 
-// Without its output directory events are dropped (and counted for the ceiling); without its diagnostic directory
-// the logger says so on standard error. The agent works on; once repaired, all arrive again.
+// Without its output directory events are dropped, without the diagnostic one records; the agent works on.
 TEST(Faults, OutputOrDiagnosticDirectoryFaultUntilRepaired) {
   const struct { const char* name; bool output; std::string dir, error; } cases[] = {  // output: else diagnostic
       {"output directory missing", true, "missing", "Old Event Count = -1"},
@@ -173,8 +171,7 @@ TEST(Faults, FullOutputDirectoryDelaysWithoutLosingLines) {
   EXPECT_EQ(agent.SettledEvents(2), CpuEvent(1, "a,b,91") + CpuEvent(1, "c,d,92"));
 }
 
-// A 10 MB line is quoted whole and the next line evaluated as usual; in a line of delimiters only every column is
-// empty and still numbered.
+// A 10 MB line is quoted whole; in a line of delimiters only every column is empty and still numbered.
 TEST(Faults, HugeAndDelimiterOnlyLinesAreEvaluatedWhole) {
   const std::string big = "big,FIRE," + std::string(10 * 1024 * 1024, 'x');
   const std::string commas(100000, ','), blanks = std::string(50000, ' ') + std::string(50000, '\t');

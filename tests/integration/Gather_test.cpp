@@ -3,8 +3,7 @@
 
 #include "TestSupport.h"
 
-// The events of several logs, each cut by its own delimiters (one without the tilde separator: a single delimiter),
-// land in one event file byte for byte; entry 4 shares entry 1's file, and one read offers each line to both.
+// Several logs, each with its own delimiters, one file shared by two entries: one event file, byte for byte.
 TEST(Gather, EventsOfSeveralLogsReachTheCollectorByteExact) {
   AgentDir agent;
   const struct { std::string delimitor, lines; } logs[] = {
@@ -77,8 +76,7 @@ TEST(Gather, DatedNameFollowsTheClock) {
   EXPECT_EQ(std::unique(seconds.begin(), seconds.end()), seconds.end()) << "every file is read once: " << events;
 }
 
-// Pieces of at most 255 characters are joined into lines: lines around every piece boundary, over several reader
-// chunks, are evaluated whole, once; pieces count as fgets cuts them; the unfinished last line waits to be completed.
+// Lines around every 255-character piece boundary are evaluated whole, once; an unfinished one once completed.
 TEST(Gather, LinesAcrossPieceAndChunkBoundariesAreReadWhole) {
   const size_t kPiece = 255, kLengths[] = {5, 80, 253, 254, 255, 256, 300, 509, 510, 511, 700, 0, 1};
   std::string log, expected;

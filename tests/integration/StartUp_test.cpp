@@ -1,5 +1,4 @@
-// The agent as a newcomer starts it: a hand-written configuration in an empty
-// directory, the real executable, its exit status and standard error.
+// The agent as a newcomer starts it: a hand-written configuration, its exit status and standard error.
 
 #include "TestSupport.h"
 
@@ -48,9 +47,7 @@ TEST(StartUp, BadCommandLineGetsOneLineAndNonZeroStatus) {
   EXPECT_EQ(agent.Stderr(), "");
 }
 
-// The first records go to the day's file as "[HHMMSS][INFO][LOG]message", in
-// this order, and PRINT=ON echoes them; the heartbeat file is made anew, empty
-// and read-only, and again more than ten seconds later.
+// The first records go to the day's file in order, echoed with PRINT=ON; the heartbeat is renewed, empty, read-only.
 TEST(StartUp, FirstRecordsAndTheHeartbeat) {
   AgentDir dir;
   ASSERT_TRUE(WriteFile(dir.Path("agent.conf"), GlobalLines(dir.Dir(), "DEBUG") + "PRINT=ON\n"));

@@ -1,5 +1,4 @@
-// The one header of the test binaries: the common includes and the shared helpers (temporary
-// directories, files, the readable separator notation, configuration entries, the agent and the tool).
+// The one header of the test binaries: the common includes and the shared helpers.
 #pragma once
 
 #include <fcntl.h>
@@ -240,8 +239,7 @@ inline std::string CpuEvent(int index, const std::string& line) {
   return std::to_string(index) + "|1{|}2{|}COLUMN[3] Value[" + value + "] > 90, ORIGINAL_MSG:" + line + "\n";
 }
 
-// A working directory with logs/, out/ and log/, a configuration, the agent,
-// and what it reports: handed-off events, diagnostic records, standard error.
+// A directory with logs/, out/ and log/, the agent, and what it reports: events, diagnostic records, standard error.
 class AgentDir {
  public:
   AgentDir() {

@@ -1,5 +1,4 @@
-// `cmake --install` of this build into a temporary prefix gives a tree the agent runs from: its relative
-// paths resolve from its working directory, and the configuration holds the tree's paths.
+// `cmake --install` into a temporary prefix gives a tree the agent runs from, its configuration holding its paths.
 
 #include "TestSupport.h"
 

@@ -1,10 +1,8 @@
-// ColumnTool encode / decode (the readable separator notation, both ways)
-// and events (the waiting event files of an output directory).
+// ColumnTool encode / decode (the readable separator notation) and events (the waiting event files).
 
 #include "TestSupport.h"
 
-// Encoding turns exactly "{~}" and "{|}" into the separator bytes; anything
-// else (incomplete notation, plain bar and tilde, other control bytes) stays.
+// Encoding turns exactly "{~}" and "{|}" into the separator bytes; anything else stays.
 TEST(ColumnToolNotation, EncodeAndDecodeAreExactInverses) {
   for (const std::string readable : {"", "{~}{|}{~}", "{{~}}", "{~ {| ~} |} {}", "a|b~c", "a\x03\x1f{~}\x01\r\n",
                                      "1|1{|}2{|}COLUMN[3] Value[95] > 90, ORIGINAL_MSG:a,b,95\n"}) {

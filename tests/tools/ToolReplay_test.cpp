@@ -1,5 +1,4 @@
-// ColumnTool replay and the agent, with the same configuration on the same real log (read whole in the agent's first
-// cycle), write the same event bytes.
+// ColumnTool replay writes the agent's event bytes for the same configuration and log.
 #include "TestSupport.h"
 
 TEST(ColumnToolReplay, RawEventsEqualWhatTheAgentWritesForTheSameFile) {

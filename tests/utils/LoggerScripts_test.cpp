@@ -1,6 +1,4 @@
-// The scripts the logger runs from its working directory, two levels below
-// the installation's utils/: the command runner ETC/ShCmd, and the recent-file
-// lookup INSTALL/recentlogfile.sh with its answer ../aproc/shell/recentlogfile.dat.
+// The logger's scripts under utils/: the command runner ETC/ShCmd and the recent-file lookup.
 
 #include "../LIB/OmniLogTestEnv.h"
 
@@ -67,10 +65,7 @@ class RecentLogFile : public LoggerLayout {
   }
 };
 
-// The newest file of the date wins, the higher number at the same time;
-// other dates, compressed files and other prefixes are no candidates. The
-// directory comes from the argument, else OMNILOG_LOG_PATH, else the working
-// directory. No candidate or a bad date leaves an empty answer.
+// The newest file of the date wins (the higher number at a tie) in the argument's, OMNILOG_LOG_PATH's or this directory.
 TEST_F(RecentLogFile, NewestFileOfTheDateIsTheAnswer) {
   const std::string dir = SubDir("a b"), env = SubDir("env");
   for (const auto& [name, hour] : std::vector<std::pair<std::string, int>>{
