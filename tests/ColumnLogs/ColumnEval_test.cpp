@@ -171,15 +171,11 @@ TEST_F(ColumnEvalTest, NumericRunStopsAtFirstFiringRuleTextRulesDoNot) {
 
 TEST_F(ColumnEvalTest, TextRule) {
   struct Case { const char* name; int compare; std::string text, column, message; } cases[] = {
-      {"equal, case matters", 1, "ERROR", "error", ""},
-      {"equal", 1, "ERROR", "ERROR", "Value[ERROR] == ERROR"},
-      {"equal needs the whole column", 1, "ERROR", "ERROR ", ""},
-      {"differs, empty column", 2, "ERROR", "", "Value[] != ERROR"},
-      {"does not differ", 2, "ERROR", "ERROR", ""},
-      {"pattern matches", 3, "ERR", "xERRx", "Value[xERRx] != ERR"},
-      {"pattern does not match", 3, "ERR", "err", ""},
+      {"equal, case matters", 1, "ERROR", "error", ""}, {"equal", 1, "ERROR", "ERROR", "Value[ERROR] == ERROR"},
+      {"equal needs the whole column", 1, "ERROR", "ERROR ", ""}, {"does not differ", 2, "ERROR", "ERROR", ""},
+      {"differs, empty column", 2, "ERROR", "", "Value[] != ERROR"}, {"unknown compare", 4, "x", "y", ""},
+      {"pattern matches", 3, "ERR", "xERRx", "Value[xERRx] != ERR"}, {"pattern does not match", 3, "ERR", "err", ""},
       {"pattern does not compile", 3, "(ERR", "(ERR", ""},
-      {"unknown compare", 4, "x", "y", ""},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

@@ -16,7 +16,6 @@ std::string Dump(CConfManager& store) {  // "key=value;" of every entry by posit
     out += std::string(store.fGetKey(pos)) + "=" + store.fGetOpt(pos) + ";";
   return out;
 }
-// Reads `content` from a fresh file into `store`; returns fFileInfoSet's result.
 int Load(CConfManager& store, const std::string& path, const std::string& content, const char* section = nullptr) {
   EXPECT_TRUE(WriteFile(path, content));
   return store.fFileInfoSet(C(path.c_str()), C(section));

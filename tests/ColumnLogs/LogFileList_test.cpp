@@ -7,8 +7,7 @@
 
 char* Text(std::string& s) { return s.data(); }
 
-// A registry holding /var/log/app<n>.log for each entry number, in this order.
-void Register(CLogFileList& list, const std::vector<int>& indexes) {
+void Register(CLogFileList& list, const std::vector<int>& indexes) {  // /var/log/app<n>.log for each, in order
   for (int indx : indexes) {
     std::string name = "/var/log/app" + std::to_string(indx) + ".log";
     ASSERT_EQ(list.fAddLogFile(indx, Text(name), 1, 2), 1);
@@ -26,8 +25,7 @@ TEST(CLogFileList, RegistrationAndLookups) {
   EXPECT_EQ(list.fAddLogFile(8, nullptr, 0, 0), -1);
   EXPECT_EQ(list.fAddLogFile(6, Text(fits), 0, 0), 1);
   std::vector<int> order;
-  list.fMoveFirst();
-  while (ST_LOGFILE_INFO* info = list.fMoveNext()) order.push_back(info->m_nIndx);
+  for (list.fMoveFirst(); ST_LOGFILE_INFO* info = list.fMoveNext();) order.push_back(info->m_nIndx);
   EXPECT_EQ(order, (std::vector<int>{1, 5, 2, 6}));
   EXPECT_EQ(std::string(list.fGetLogFile(4)), fits);  // positions count from 1
   EXPECT_EQ(list.fGetLogFile(0), nullptr);

@@ -82,8 +82,7 @@ TEST(CObjectList, CursorLookupAndFreeAll) {
 
 char* C(const char* text) { return const_cast<char*>(text); }
 
-// "index:key=value;" of every entry up to index 5.
-std::string Entries(CObjectBuffer& buffer) {
+std::string Entries(CObjectBuffer& buffer) {  // "index:key=value;" of every entry up to index 5
   std::string out;
   for (int i = 1; i <= 5; ++i) {
     const char* key = buffer.fGetObjectKey(i);

@@ -52,8 +52,7 @@ class LoggerLayout : public ::testing::Test {
     ASSERT_TRUE(testsupport::WriteFile(target, text.empty() ? testsupport::ReadFile(source) : text)) << target;
     ASSERT_EQ(chmod(target.c_str(), 0755), 0);
   }
-  // Exit status of a shell command run from the working directory.
-  static int Shell(const std::string& command) {
+  static int Shell(const std::string& command) {  // its exit status, run from the working directory
     const int raw = system(command.c_str());
     return WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
   }

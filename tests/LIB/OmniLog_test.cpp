@@ -5,8 +5,7 @@ using OmniLog = LoggerLayout;
 
 TEST_F(OmniLog, FileNamesAndRecordFormat) {
   struct Case { const char *dir, *prefix, *name, *before, *file; } cases[] = {
-      {"a", "", "SER", "", "20240315_SER.log"},
-      {"b", "x", "SER", "", "x20240315_SER.log"},  // the prefix is glued to the name
+      {"a", "", "SER", "", "20240315_SER.log"}, {"b", "x", "SER", "", "x20240315_SER.log"},  // prefix glued on
       {"c", "", "ABCDEFGHIJKLMNOPQRSTUVWXYZ", "", "20240315_ABCDEFGHIJKLMNO.log"},
       {"d", "", "SER", "[000001][INFO][LOG]before restart\n", "20240315_SER.log"},  // continued, not truncated
   };
@@ -125,22 +124,19 @@ TEST_F(OmniLog, RotationSequenceDropsTheTriggeringRecord) {
   auto log = MakeLogger(dir);
   const std::string kilo(1024 - 20, 'k');  // "[HHMMSS][INFO][LOG]" and the newline make 1024 bytes
   for (int i = 0; i < 10; ++i) Write(*log, kilo);  // exactly 10240 bytes
-  Write(*log, "trigger");  // finds the file full: rotates, not written
-  Write(*log, "first of _1");
+  for (const char* message : {"trigger", "first of _1"}) Write(*log, message);  // the trigger rotates, not written
   EXPECT_EQ(ReadFile(LogFile("20240315_SER.log")).size(), 10240u);
   EXPECT_EQ(ReadFile(LogFile("20240315_SER_1.log")), "[143005][INFO][LOG]first of _1\n");
   // A file one byte short takes the next record whatever its length.
   ASSERT_TRUE(WriteFile(LogFile("20240315_SER_1.log"), std::string(10239, 'z')));
   Write(*log, std::string(5000, 'b'));
   EXPECT_EQ(ReadFile(LogFile("20240315_SER_1.log")).size(), 10239u + 20u + 5000u);
-  Write(*log, "trigger 2");
-  Write(*log, "first of _2");
+  for (const char* message : {"trigger 2", "first of _2"}) Write(*log, message);
   EXPECT_EQ(ReadFile(LogFile("20240315_SER_2.log")), "[143005][INFO][LOG]first of _2\n");
   // After midnight the numbering starts again at 1.
   SetNow(2024, 3, 16, 0, 0, 0);
   for (int i = 0; i < 10; ++i) Write(*log, kilo);
-  Write(*log, "trigger 3");
-  Write(*log, "new day _1");
+  for (const char* message : {"trigger 3", "new day _1"}) Write(*log, message);
   EXPECT_EQ(ReadFile(LogFile("20240316_SER_1.log")), "[000000][INFO][LOG]new day _1\n");
   // Every rotation compresses the full file whatever fSetLogCompress says; the day change does not.
   if (access("/usr/bin/gzip", X_OK) != 0 && access("/bin/gzip", X_OK) != 0) return;  // no compressor: nothing runs

@@ -5,13 +5,12 @@
 #include "TestSupport.h"
 
 using Change = std::function<void(const std::string& path)>;
-// A set-up step checks its own calls: a failed one is a set-up error, not a wrong outcome of the agent.
-#define SETUP(ok) ASSERT_TRUE(ok) << #ok << ": " << strerror(errno)
+#define SETUP(ok) ASSERT_TRUE(ok) << #ok << ": " << strerror(errno)  // a failed set-up call is no agent outcome
 
 // A file-mode fault needs the agent to run as nobody under root: skipped, with a note, if nobody cannot.
 bool SkipUnprivileged(bool unprivileged, const char* name) {
   if (!unprivileged || geteuid() != 0 || NobodyCanRunAgent()) return false;
-  std::cout << "[ SKIPPED  ] " << name << ": user nobody cannot reach " << AgentBinary() << "\n";
+  std::cout << "[ SKIPPED  ] " << name << ": user nobody cannot reach " << COLUMNLOGS_BIN << "\n";
   return true;
 }
 

@@ -6,8 +6,7 @@ TEST(StartUp, FailuresEndWithTheirStatusAndMessage) {
   const std::string logs = "LOG_PATH=./\nLOG_MODE=NOLOG\nLOG_VALIDDAY=3\n", out = "OUTPUT_PATH=./\nLINE_WAIT_CNT=1\n";
   const std::string refused = "OUTPUT_PATH holds characters the shell would interpret : ";
   const struct { const char* name; std::string config, err; } cases[] = {  // no config: no file at all
-      {"missing file", "", ""},
-      {"no LOG_PATH", "LOG_MODE=DEBUG\nLOG_VALIDDAY=3\n" + out, ""},
+      {"missing file", "", ""}, {"no LOG_PATH", "LOG_MODE=DEBUG\nLOG_VALIDDAY=3\n" + out, ""},
       {"no LOG_VALIDDAY", "LOG_PATH=./\nLOG_MODE=DEBUG\n" + out, "LOG_VALIDDAY is NULL\n"},
       {"no LOG_MODE", "LOG_PATH=./\nLOG_VALIDDAY=3\n" + out, "LOG_MODE is NULL\n"},
       {"no OUTPUT_PATH", logs + "LINE_WAIT_CNT=1\n", "OUTPUT_PATH is NULL\n"},

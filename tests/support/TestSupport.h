@@ -72,8 +72,7 @@ inline mode_t Umask() {  // the process's file mask
   umask(mask);
   return mask;
 }
-// The files in `dir` whose names start with `prefix`, concatenated in name order.
-inline std::string ReadAll(const std::string& dir, const std::string& prefix = "") {
+inline std::string ReadAll(const std::string& dir, const std::string& prefix = "") {  // those files in name order
   std::string all;
   for (const auto& name : ListDir(dir))
     if (name.rfind(prefix, 0) == 0) all += ReadFile(dir + "/" + name);
@@ -90,8 +89,7 @@ inline std::string ReplaceAll(std::string text, const std::string& from, const s
     text.replace(at, from.size(), to);
   return text;
 }
-// "{~}" -> 03 1F 7E and "{|}" -> 03 1F 7C; Readable() the other way.
-inline std::string Sep(const std::string& readable) {
+inline std::string Sep(const std::string& readable) {  // "{~}" -> 03 1F 7E, "{|}" -> 03 1F 7C; Readable() back
   return ReplaceAll(ReplaceAll(readable, "{~}", "\x03\x1f\x7e"), "{|}", "\x03\x1f\x7c");
 }
 inline std::string Readable(const std::string& bytes) {
@@ -127,14 +125,12 @@ inline bool PollFor(const std::function<bool()>& done, int timeout_ms) {  // eve
   return true;
 }
 
-inline std::string AgentBinary() { return COLUMNLOGS_BIN; }
 constexpr uid_t kNobody = 65534;  // user and group "nobody" / "nogroup"
 inline bool BecomeNobody() { return setgroups(0, nullptr) == 0 && setgid(kNobody) == 0 && setuid(kNobody) == 0; }
 inline int ExitStatus(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -2; }
 
-// Starts argv[0] with standard input, output and error on these files.
 inline pid_t Spawn(const std::vector<std::string>& argv, const std::string& cwd, const std::string& in,
-                   const std::string& out, const std::string& err, bool asNobody) {
+                   const std::string& out, const std::string& err, bool asNobody) {  // standard in, out, err on these
   const pid_t pid = fork();
   if (pid != 0) return pid;
   const int fds[] = {open(in.c_str(), O_RDONLY), open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644),
@@ -165,10 +161,9 @@ inline RunResult Tool(std::vector<std::string> args, const std::string& input = 
   args.insert(args.begin(), std::string(COLUMNLOGS_BINARY_DIR) + "/bin/ColumnTool");
   return RunProgram(args, input);
 }
-// Whether user nobody may run the agent binary (every directory above it must let it through).
-inline bool NobodyCanRunAgent() {
+inline bool NobodyCanRunAgent() {  // every directory above the binary must let user nobody through
   const pid_t pid = fork();
-  if (pid == 0) _exit(BecomeNobody() && access(AgentBinary().c_str(), X_OK) == 0 ? 0 : 1);
+  if (pid == 0) _exit(BecomeNobody() && access(COLUMNLOGS_BIN, X_OK) == 0 ? 0 : 1);
   int status = 0;
   return pid > 0 && waitpid(pid, &status, 0) == pid && ExitStatus(status) == 0;
 }
@@ -180,7 +175,7 @@ class AgentProcess {
     static int counter = 0;
     const std::string stem = workdir + "/.agent_" + std::to_string(getpid()) + "_" + std::to_string(counter++);
     m_errPath = stem + ".err", m_outPath = stem + ".out";
-    std::vector<std::string> argv = {AgentBinary()};
+    std::vector<std::string> argv = {COLUMNLOGS_BIN};
     argv.insert(argv.end(), args.begin(), args.end());
     m_pid = Spawn(argv, workdir, "/dev/null", m_outPath, m_errPath, asNobody);
   }
@@ -227,13 +222,12 @@ inline std::string GlobalLines(const std::string& dir, const std::string& mode =
   return "LOG_PATH=" + dir + "/" + logDir + "/\nLOG_MODE=" + mode + "\nLOG_VALIDDAY=7\nOUTPUT_PATH=" + dir + "/" +
          outDir + "/\nLINE_WAIT_CNT=10\n";
 }
-// Column 3 above 90 fires at level 2 ("x,y,NN" lines), and its event for `line` (readable).
-inline WatchEntry CpuRule(int index, const std::string& name, int type = 2) {
+inline WatchEntry CpuRule(int index, const std::string& name, int type = 2) {  // column 3 > 90 ("x,y,NN" lines)
   WatchEntry e{index, name, ",{~}NULL", "3{~}2{~}90{~}1{~}{~}"};
   e.type = type;
   return e;
 }
-inline std::string CpuEvent(int index, const std::string& line) {
+inline std::string CpuEvent(int index, const std::string& line) {  // CpuRule's event for `line`, readable
   const size_t third = line.find(',', line.find(',') + 1) + 1;
   const std::string value = line.substr(third, line.find(',', third) - third);
   return std::to_string(index) + "|1{|}2{|}COLUMN[3] Value[" + value + "] > 90, ORIGINAL_MSG:" + line + "\n";
@@ -251,9 +245,8 @@ class AgentDir {
     EXPECT_TRUE(WriteFile(Path("logs/app.log"), content));
     return Path("logs/app.log");
   }
-  // Writes the configuration and starts the agent (as nobody with `unprivileged` when run as root).
   void Start(const std::vector<WatchEntry>& entries, const std::string& logDir = "log",
-             const std::string& outDir = "out", bool unprivileged = false) {
+             const std::string& outDir = "out", bool unprivileged = false) {  // as nobody if `unprivileged` under root
     std::string config = GlobalLines(Dir(), "NORMAL", logDir, outDir);
     for (const auto& e : entries) config += EntryLines(e);
     EXPECT_TRUE(WriteFile(Path("agent.conf"), config));

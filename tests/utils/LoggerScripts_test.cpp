@@ -51,13 +51,11 @@ class RecentLogFile : public LoggerLayout {
     LoggerLayout::SetUp();
     InstallScript("INSTALL/recentlogfile.sh");
   }
-  // The exit status and the answer of one lookup.
-  std::string Lookup(const std::string& args) {
+  std::string Lookup(const std::string& args) {  // "status:answer" of one lookup
     const int status = Shell("../../utils/INSTALL/recentlogfile.sh " + args + " 2>/dev/null");
     return std::to_string(status) + ":" + ReadFile("../aproc/shell/recentlogfile.dat");
   }
-  // A log file modified at 15 March 2024, `hour` o'clock.
-  void LogAt(const std::string& path, int hour) {
+  void LogAt(const std::string& path, int hour) {  // a log file modified at 15 March 2024, `hour` o'clock
     ASSERT_TRUE(WriteFile(path, "x\n"));
     const time_t when = LocalTime(2024, 3, 15, hour);
     const struct timespec times[2] = {{when, 0}, {when, 0}};
