@@ -5,8 +5,6 @@
 #include "StrPattern.h"
 #include "TestSupport.h"
 
-char* Text(std::string& s) { return s.data(); }
-
 void Register(CLogFileList& list, const std::vector<int>& indexes) {  // /var/log/app<n>.log for each, in order
   for (int indx : indexes) {
     std::string name = "/var/log/app" + std::to_string(indx) + ".log";

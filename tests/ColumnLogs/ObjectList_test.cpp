@@ -80,7 +80,7 @@ TEST(CObjectList, CursorLookupAndFreeAll) {
   EXPECT_EQ(Dump(list), "");
 }
 
-char* C(const char* text) { return const_cast<char*>(text); }
+char* C(const char* text) { return const_cast<char*>(text); }  // values are kept by pointer: literals outlive them
 
 std::string Entries(CObjectBuffer& buffer) {  // "index:key=value;" of every entry up to index 5
   std::string out;

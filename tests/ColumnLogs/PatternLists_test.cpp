@@ -5,13 +5,11 @@
 #include "StrPattern.h"
 #include "TestSupport.h"
 
-char* Text(std::string& s) { return s.data(); }
-char* T(const char* text) { return const_cast<char*>(text); }  // copied, never written
 
 // The tag goes into the column number, so that the order of equal keys shows.
-void AddRule(CNumPatternList& list, int indx, int tag) { list.fAddLinkedList(indx, tag, 1, 1, 0, 0, 1, T(""), T("")); }
-void AddRule(CCharPatternList& list, int indx, int tag) { list.fAddLinkedList(indx, tag, 1, 1, T("FAIL")); }
-void AddRule(CDatePatternList& list, int indx, int tag) { list.fAddLinkedList(indx, tag, T("hh:mm:ss")); }
+void AddRule(CNumPatternList& list, int indx, int tag) { list.fAddLinkedList(indx, tag, 1, 1, 0, 0, 1, Text(""), Text("")); }
+void AddRule(CCharPatternList& list, int indx, int tag) { list.fAddLinkedList(indx, tag, 1, 1, Text("FAIL")); }
+void AddRule(CDatePatternList& list, int indx, int tag) { list.fAddLinkedList(indx, tag, Text("hh:mm:ss")); }
 
 // A rule goes directly before its entry's first rule, else to the end: A, B, C, D for entries 1, 1, 2, 1 walk D B A C.
 template <typename List>

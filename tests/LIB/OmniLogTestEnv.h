@@ -20,18 +20,16 @@ inline time_t LocalTime(int year, int month, int day, int hour, int minute = 0, 
 inline void SetNow(int year, int month, int day, int hour, int minute, int second) {
   g_llFakeNow.store(static_cast<long long>(LocalTime(year, month, day, hour, minute, second)));
 }
-inline char* Text(const std::string& text) { return const_cast<char*>(text.c_str()); }
 
-// Runs the test body inside the layout above, at 15 March 2024 14:30:05.
+// Runs the test body inside the layout above, with the project's scripts, at 15 March 2024 14:30:05.
 class LoggerLayout : public ::testing::Test {
  protected:
   void SetUp() override {
-    char cwd[4096];
-    ASSERT_NE(getcwd(cwd, sizeof(cwd)), nullptr);
-    m_oldCwd = cwd;
+    m_oldCwd = std::filesystem::current_path();
     for (const char* dir : {"/utils", "/utils/ETC", "/utils/INSTALL", "/root", "/root/work", "/logs"})
       ASSERT_EQ(mkdir((m_tmp.path() + dir).c_str(), 0755), 0) << dir;
     ASSERT_EQ(chdir((m_tmp.path() + "/root/work").c_str()), 0);
+    for (const char* script : {"ETC/ShCmd", "INSTALL/recentlogfile.sh"}) InstallScript(script);
     SetNow(2024, 3, 15, 14, 30, 5);
   }
   void TearDown() override {
@@ -45,7 +43,7 @@ class LoggerLayout : public ::testing::Test {
     EXPECT_EQ(mkdir(dir.c_str(), 0755), 0) << dir;
     return dir;
   }
-  // Installs a script under utils/: the project's own (text empty) or a stand-in.
+  // Installs a script under utils/: the project's own (text empty; SetUp installs them all) or a stand-in.
   void InstallScript(const std::string& relative, const std::string& text = "") {
     const std::string target = m_tmp.path() + "/utils/" + relative;
     const std::string source = std::string(COLUMNLOGS_SOURCE_DIR) + "/utils/" + relative;

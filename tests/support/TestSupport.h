@@ -84,6 +84,7 @@ inline size_t Count(const std::string& text, const std::string& what) {
   return n;
 }
 
+inline char* Text(const std::string& text) { return const_cast<char*>(text.c_str()); }  // for the C interfaces
 inline std::string ReplaceAll(std::string text, const std::string& from, const std::string& to) {
   for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
     text.replace(at, from.size(), to);

@@ -4,10 +4,6 @@
 
 class ShCmd : public LoggerLayout {
  protected:
-  void SetUp() override {
-    LoggerLayout::SetUp();
-    InstallScript("ETC/ShCmd");
-  }
   int Run(const std::string& args) {  // its standard error goes to m_err
     const int status = Shell("../../utils/ETC/ShCmd " + args + " 2>../err.txt");
     m_err = ReadFile("../err.txt");
@@ -47,10 +43,6 @@ TEST_F(ShCmd, FailuresBadArgumentsAndTheTimeLimit) {
 
 class RecentLogFile : public LoggerLayout {
  protected:
-  void SetUp() override {
-    LoggerLayout::SetUp();
-    InstallScript("INSTALL/recentlogfile.sh");
-  }
   std::string Lookup(const std::string& args) {  // "status:answer" of one lookup
     const int status = Shell("../../utils/INSTALL/recentlogfile.sh " + args + " 2>/dev/null");
     return std::to_string(status) + ":" + ReadFile("../aproc/shell/recentlogfile.dat");
