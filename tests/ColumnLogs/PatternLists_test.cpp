@@ -5,9 +5,10 @@
 #include "StrPattern.h"
 #include "TestSupport.h"
 
-
 // The tag goes into the column number, so that the order of equal keys shows.
-void AddRule(CNumPatternList& list, int indx, int tag) { list.fAddLinkedList(indx, tag, 1, 1, 0, 0, 1, Text(""), Text("")); }
+void AddRule(CNumPatternList& list, int indx, int tag) {
+  list.fAddLinkedList(indx, tag, 1, 1, 0, 0, 1, Text(""), Text(""));
+}
 void AddRule(CCharPatternList& list, int indx, int tag) { list.fAddLinkedList(indx, tag, 1, 1, Text("FAIL")); }
 void AddRule(CDatePatternList& list, int indx, int tag) { list.fAddLinkedList(indx, tag, Text("hh:mm:ss")); }
 

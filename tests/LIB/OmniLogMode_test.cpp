@@ -13,16 +13,13 @@ Masks Current() {
 
 constexpr int A = -1;  // all bits
 const Masks kZero = {};
-const char kModule1[] = "UNKNOWN LOG MODULE 1 : NULL\n";
-const char kModule2[] = "UNKNOWN LOG MODULE 2 : NULL\n";
 
 TEST(OmniLogModeBit, TextsGiveTheirMasks) {
   struct Case { std::string text; Masks masks; std::string diagnostics; };
   std::string longList = "DEBUG:LAB:";
   for (int i = 0; i < 100; ++i) longList += "x,";
   const std::vector<Case> cases = {
-      {"NORMAL", {A, A, 0, A, A, 0, A, A, 0}, ""},
-      {"ERROR", {A, 0, 0, A, 0, 0, A, 0, 0}, ""},
+      {"NORMAL", {A, A, 0, A, A, 0, A, A, 0}, ""}, {"ERROR", {A, 0, 0, A, 0, 0, A, 0, 0}, ""},
       {"DEBUG", {A, A, A, A, A, A, A, A, A}, ""},
       {"NORMAL:LAB,EVU:UNI", {0xC0, 0xC0, 0, 0, 0, 0, 0x3000000, 0x3000000, 0}, ""},
       {"DEBUG:LAB:1,9,12,25", {0x80, 0x80, 0x80, 0, 0, 0, 0x200C04, 0x200C04, 0x200C04}, ""},
@@ -30,8 +27,8 @@ TEST(OmniLogModeBit, TextsGiveTheirMasks) {
       // A later group narrows a component named before at DEBUG.
       {"DEBUG:UNI:LIB|NORMAL:UNI:LIB", {0x10, 0x10, 0x10, 0, 0, 0, 0x2, 0x2, 0}, ""},
       {"DEBUG:UNI,FOO,EVU:ALL,ZZZ", {0x50, 0x50, 0x50, 0, 0, 0, 0x1000003, 0x1000003, 0x1000003}, ""},
-      {"ERROR:UNI", kZero, kModule2},
-      {"ERROR:UNI:ALL|NORMAL:", {0x10, 0, 0, 0, 0, 0, 0x3, 0, 0}, kModule1},
+      {"ERROR:UNI", kZero, "UNKNOWN LOG MODULE 2 : NULL\n"},
+      {"ERROR:UNI:ALL|NORMAL:", {0x10, 0, 0, 0, 0, 0, 0x3, 0, 0}, "UNKNOWN LOG MODULE 1 : NULL\n"},
       {"WARN:UNI:ALL|ERROR:TCP:ALL", {0x20, 0, 0, 0, 0, 0, 0x4400000, 0, 0}, "UNKNOWN LOG MODE : WARN\n"},
       // A later group without ":" ends the parse with the mode message.
       {"ERROR:UNI:ALL|ERROR", {0x10, 0, 0, 0, 0, 0, 0x3, 0, 0}, "UNKNOWN LOG MODE : ERROR\n"},
@@ -43,9 +40,7 @@ TEST(OmniLogModeBit, TextsGiveTheirMasks) {
     SCOPED_TRACE(c.text.substr(0, 40));
     std::string copy = c.text;
     g_nLogModDEBUG = 12345;  // every parse starts from all zero
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(log.fSetLogModeBit(&copy[0]), 1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), c.diagnostics);
+    EXPECT_EQ(StderrOf([&] { EXPECT_EQ(log.fSetLogModeBit(&copy[0]), 1); }), c.diagnostics);
     EXPECT_EQ(Current(), c.masks);
     EXPECT_EQ(copy, c.text) << "the caller's text is not changed";
   }
