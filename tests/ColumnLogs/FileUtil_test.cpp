@@ -28,7 +28,7 @@ TEST(FileUtil, IPCheckAcceptsDottedQuadsByTheirLeadingNumbers) {
 TEST(FileUtil, MakesMissingAncestorsAndFindsFileNames) {
   TempDir tmp;
   const mode_t mask = Umask();
-  char* old = getcwd(nullptr, 0);
+  const std::string old = std::filesystem::current_path();
   ASSERT_EQ(chdir(tmp.path().c_str()), 0);
   for (std::string path : {tmp.file("a/b/c/"), std::string("d/e")}) EXPECT_EQ(fgMakeDirectory(&path[0]), 1) << path;
   for (const char* dir : {"a", "a/b", "a/b/c", "d", "d/e"}) EXPECT_EQ(Mode(dir), S_IFDIR | (0770 & ~mask)) << dir;
@@ -45,6 +45,5 @@ TEST(FileUtil, MakesMissingAncestorsAndFindsFileNames) {
     EXPECT_EQ(fgFindFileName(const_cast<char*>(pattern.c_str()), name), expected.empty() ? 0 : 1) << pattern;
     EXPECT_EQ(std::string(name), expected);
   }
-  ASSERT_EQ(chdir(old), 0);
-  free(old);
+  ASSERT_EQ(chdir(old.c_str()), 0);
 }

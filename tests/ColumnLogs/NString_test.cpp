@@ -8,9 +8,8 @@ std::string Walk(std::string text, const char* delim, Tok tok) {
   std::string tokens;
   char* save = nullptr;
   char* token = tok(&text[0], delim, &save);
-  for (int guard = 0; token != nullptr && guard < 20; ++guard, token = tok(nullptr, delim, &save)) {
+  for (int guard = 0; token != nullptr && guard < 20; ++guard, token = tok(nullptr, delim, &save))
     tokens += Readable(token) + "|";
-  }
   return tokens + "<null>";
 }
 
@@ -24,8 +23,7 @@ TEST(Nstrtok, SplitsAtRunsOfDelimiters) {
 
 TEST(Nstrstrtok, SplitsAtTheWholeSeparator) {
   const struct { std::string text; std::string sep; const char* tokens; } cases[] = {
-      {"a{~}b{~}", SEP_TILDE, "a|b||<null>"},
-      {"a{~}{~}b", SEP_TILDE, "a||b|<null>"},
+      {"a{~}b{~}", SEP_TILDE, "a|b||<null>"}, {"a{~}{~}b", SEP_TILDE, "a||b|<null>"},
       {"a{|}b", SEP_TILDE, "a{|}b|<null>"},  // the other separator is text
       {"a\x03\x1f" "b", SEP_TILDE, "a\x03\x1f" "b|<null>"},  // so is a partial one
   };

@@ -25,6 +25,5 @@ TEST(BFileReadWrite, WritesTheFixedLayoutAndReadsItBack) {
   EXPECT_EQ(BFileRead(&dir[0], &pid, &status, tty), -1);
   EXPECT_EQ(BFileWrite(nullptr, 1, 1, tty), -1);
   EXPECT_EQ(BFileRead(&noDir[0], nullptr, &status, tty), -1);
-  std::string full = "/dev/full";  // the write fails only when the stream is flushed
-  EXPECT_TRUE(!FileExists(full) || BFileWrite(&full[0], 1, 1, tty) == -1);
+  EXPECT_TRUE(!FileExists("/dev/full") || BFileWrite(Text("/dev/full"), 1, 1, tty) == -1);  // fails at the flush
 }

@@ -2,10 +2,6 @@
 
 #include "TestSupport.h"
 
-#ifndef COLUMNTOOL_CMAKE_COMMAND
-#define COLUMNTOOL_CMAKE_COMMAND "/usr/bin/cmake"
-#endif
-
 TEST(InstallTree, TheAgentRunsFromItsWorkingDirectoryWithTheInstalledConfiguration) {
   TempDir prefix;
   const std::string root = prefix.path(), work = root + "/agent/work";

@@ -29,11 +29,8 @@ TEST(ColumnToolCheck, ReportsStatusAndReasonPerConfiguration) {
        {"event when the column matches the pattern \"(FA\"", "error: the pattern of this text rule did not compile"}},
       {"name with an invalid date token", [](WatchEntry& e) { Rename(e, "app_[YYYY-MM-DD].log"); }, nullptr, 1,
        {"LOG01 loaded", "error: the name has an invalid date token"}},
-      {"wildcard name resolves to the newest match",
-       [](WatchEntry& e) {
-         Rename(e, "app[YYYY].log");
-         e.checkType = 0;
-       }, nullptr, 0,
+      {"wildcard name resolves to the newest match", [](WatchEntry& e) { Rename(e, "app[YYYY].log"), e.checkType = 0; },
+       nullptr, 0,
        {"the name changes every year", "reads now   nothing: no readable file matches", "/app????.log"}},
       {"dated name shows the file it reads now", [](WatchEntry& e) { Rename(e, "app_[YYYY][MM][DD].log"); }, nullptr,
        0, {"the name changes every day", "/app_" + TimeText("%Y%m%d") + ".log  (does not exist yet"}},
