@@ -341,8 +341,7 @@ TEST(ColumnEvalTurn, GatheredRulesEvaluateAsTheWalk) {
       m_chDilimitor1 = ',', l_clLogger.m_nTokFlag = 1;
       for (const std::string& l_strLine : l_vstrLines) {
         std::string l_strBuf = std::string(28, '\0') + l_strLine;
-        l_pstrLineBuf = &l_strBuf[0];
-        l_clLogger.m_nFaultSendIncrease = 0;
+        l_pstrLineBuf = &l_strBuf[0], l_clLogger.m_nFaultSendIncrease = 0;
         l_clLogger.fColumnIndexFind(l_nLog, 0, 0);
       }
       l_pstrLineBuf = nullptr;

@@ -26,8 +26,7 @@ TEST(CLogFileList, RegistrationAndLookups) {
   for (list.fMoveFirst(); ST_LOGFILE_INFO* info = list.fMoveNext();) order.push_back(info->m_nIndx);
   EXPECT_EQ(order, (std::vector<int>{1, 5, 2, 6}));
   EXPECT_EQ(std::string(list.fGetLogFile(4)), fits);  // positions count from 1
-  EXPECT_EQ(list.fGetLogFile(0), nullptr);
-  EXPECT_EQ(list.fGetLogFile(5), nullptr);
+  for (int position : {0, 5}) EXPECT_EQ(list.fGetLogFile(position), nullptr) << position;
   EXPECT_EQ(list.fGetLogFileIndx(Text(name1)), 1);
   EXPECT_EQ(list.fGetLogFileIndx(Text(other)), 0);
 

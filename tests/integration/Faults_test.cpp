@@ -68,17 +68,14 @@ TEST(Faults, WatchedNameThatIsNoRegularFileIsRefusedAndTheOthersGoOn) {
   AgentDir agent;
   const std::string fifo = agent.Path("logs/fifo.log"), dir = agent.Path("logs/dir.log");
   const std::string good = agent.AppLog();
-  ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
-  ASSERT_EQ(mkdir(dir.c_str(), 0755), 0);
+  SETUP(mkfifo(fifo.c_str(), 0644) == 0 && mkdir(dir.c_str(), 0755) == 0);
   agent.Start({CpuRule(1, fifo), CpuRule(2, dir), CpuRule(3, good)});
   ASSERT_TRUE(agent.WaitForEvents(1));
   ASSERT_TRUE(PollFor([&] { return FileExists(agent.Path("LoggerAlive")); }, 10000));
   ASSERT_TRUE(agent.WaitForDiag("[21] " + dir + " log file open fail : Is a directory"));
   ASSERT_TRUE(agent.WaitForDiag("[29] " + fifo + " log file open fail : Illegal seek"));
   // Repaired: a regular file takes the directory's place and is read whole.
-  ASSERT_EQ(rmdir(dir.c_str()), 0);
-  ASSERT_TRUE(WriteFile(dir, "c,d,92\n"));
-  ASSERT_TRUE(AppendFile(good, "e,f,93\n"));
+  SETUP(rmdir(dir.c_str()) == 0 && WriteFile(dir, "c,d,92\n") && AppendFile(good, "e,f,93\n"));
   EXPECT_EQ(agent.SettledEvents(3), CpuEvent(3, "a,b,91") + CpuEvent(2, "c,d,92") + CpuEvent(3, "e,f,93"));
 }
 

@@ -62,11 +62,9 @@ TEST(StartUp, FirstRecordsAndTheHeartbeat) {
   for (const char* message :
        {"fLoadConfInfo start", "fLoadConfInfo end", "LogGather start", "Old Event Count = 0", "LogGather end"}) {
     SCOPED_TRACE(message);
-    const size_t found = text.find(std::string("][INFO][LOG]") + message + "\n", at);
-    ASSERT_NE(found, std::string::npos) << text;
-    ASSERT_GE(found, 7u);
-    EXPECT_EQ(text[found - 7], '[');
-    at = found;
+    at = text.find(std::string("][INFO][LOG]") + message + "\n", at);
+    ASSERT_NE(at, std::string::npos) << text;
+    EXPECT_TRUE(at >= 7 && text[at - 7] == '[') << text;
   }
   EXPECT_NE(agent.Stderr().find("[INFO][LOG]LogGather end\n"), std::string::npos) << agent.Stderr();
   ASSERT_TRUE(PollFor([&] {

@@ -63,15 +63,8 @@ inline bool WriteFile(const std::string& path, const std::string& content) { ret
 inline bool AppendFile(const std::string& path, const std::string& content) {
   return !!(std::ofstream(path, std::ios::app) << content);
 }
-inline bool FileExists(const std::string& path) {  // also a dangling link
-  struct stat st;
-  return lstat(path.c_str(), &st) == 0;
-}
-inline mode_t Umask() {  // the process's file mask
-  const mode_t mask = umask(0);
-  umask(mask);
-  return mask;
-}
+inline bool FileExists(const std::string& path) { struct stat st; return lstat(path.c_str(), &st) == 0; }  // or link
+inline mode_t Umask() { const mode_t mask = umask(0); umask(mask); return mask; }  // the process's file mask
 inline std::string ReadAll(const std::string& dir, const std::string& prefix = "") {  // those files in name order
   std::string all;
   for (const auto& name : ListDir(dir))
@@ -119,10 +112,8 @@ inline std::string TimeText(const char* format, time_t when = time(nullptr)) {  
 }
 inline bool PollFor(const std::function<bool()>& done, int timeout_ms) {  // every 20 ms
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
-  while (!done()) {
+  for (; !done(); std::this_thread::sleep_for(std::chrono::milliseconds(20)))
     if (std::chrono::steady_clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
   return true;
 }
 

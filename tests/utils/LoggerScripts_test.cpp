@@ -41,22 +41,19 @@ TEST_F(ShCmd, FailuresBadArgumentsAndTheTimeLimit) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
 }
 
-class RecentLogFile : public LoggerLayout {
- protected:
-  std::string Lookup(const std::string& args) {  // "status:answer" of one lookup
-    const int status = Shell("../../utils/INSTALL/recentlogfile.sh " + args + " 2>/dev/null");
-    return std::to_string(status) + ":" + ReadFile("../aproc/shell/recentlogfile.dat");
-  }
-  void LogAt(const std::string& path, int hour) {  // a log file modified at 15 March 2024, `hour` o'clock
-    ASSERT_TRUE(WriteFile(path, "x\n"));
-    const time_t when = LocalTime(2024, 3, 15, hour);
-    const struct timespec times[2] = {{when, 0}, {when, 0}};
-    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
-  }
-};
+using RecentLogFile = LoggerLayout;
 
 // The newest file of the date wins (the higher number at a tie) in the argument's, OMNILOG_LOG_PATH's or this directory.
 TEST_F(RecentLogFile, NewestFileOfTheDateIsTheAnswer) {
+  const auto Lookup = [](const std::string& args) {  // "status:answer" of one lookup
+    const int status = Shell("../../utils/INSTALL/recentlogfile.sh " + args + " 2>/dev/null");
+    return std::to_string(status) + ":" + ReadFile("../aproc/shell/recentlogfile.dat");
+  };
+  const auto LogAt = [](const std::string& path, int hour) {  // a log file modified at 15 March 2024, `hour` o'clock
+    ASSERT_TRUE(WriteFile(path, "x\n"));
+    const struct timespec times[2] = {{LocalTime(2024, 3, 15, hour), 0}, {LocalTime(2024, 3, 15, hour), 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+  };
   const std::string dir = SubDir("a b"), env = SubDir("env");
   for (const auto& [name, hour] : std::vector<std::pair<std::string, int>>{
            {"20240315_SER.log", 8}, {"20240315_SER_9.log", 9}, {"20240315_SER_10.log", 9}, {"20240315_SER_2.log", 7},
