@@ -260,10 +260,8 @@ TEST_F(ColumnEvalTest, EventBytesAndBuffers) {
   Evaluate("first-column,a-long-second-column", 1, 4);
   EXPECT_EQ(Events(), RuleEvent(1, 2, 1, 2, "Value[a-long-second-column] == a-long-second-column",
                                 "first-column,a-long-second-column"));
-  Evaluate("x,a-long-second-column", 1, 0);
-  // The line, a stop delimiter and a NUL: one byte short of that, and exactly that.
-  Evaluate("x,a-long-second-column", 1, 23);
-  Evaluate("x,a-long-second-column", 1, 24);
+  // No column buffer; one byte short of the line, a stop delimiter and a NUL; exactly that.
+  for (long l_lSize : {0, 23, 24}) Evaluate("x,a-long-second-column", 1, l_lSize);
   EXPECT_EQ(m_clLogger.m_nFaultSendIncrease, 4);
 }
 
@@ -277,9 +275,7 @@ TEST_F(ColumnEvalTest, EventFileWrites) {
   const mode_t l_nOldMask = umask(002);
   EXPECT_EQ(m_clLogger.fMakeOutFile(l_pstChar, 2, l_strMsg), 1);
   umask(l_nOldMask);
-  struct stat l_stStat {};
-  ASSERT_EQ(stat(m_clLogger.m_strOutPutFileName, &l_stStat), 0);
-  EXPECT_EQ(l_stStat.st_mode & 0777, 0664u);
+  EXPECT_EQ(FileMode(m_clLogger.m_strOutPutFileName), S_IFREG | 0664u);
   remove(m_clLogger.m_strOutPutFileName);  // removed between events: created again
   EXPECT_EQ(m_clLogger.fMakeOutFile(l_pstChar, 2, l_strMsg), 1);
   EXPECT_EQ(m_clLogger.fMakeOutFile(l_strRaw), 1);

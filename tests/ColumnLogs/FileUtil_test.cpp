@@ -3,11 +3,6 @@
 #include "CommonFunc.h"
 #include "TestSupport.h"
 
-mode_t Mode(const std::string& path) {
-  struct stat st;
-  return stat(path.c_str(), &st) == 0 ? (st.st_mode & (S_IFMT | 07777)) : 0;
-}
-
 TEST(FileUtil, IPCheckAcceptsDottedQuadsByTheirLeadingNumbers) {
   const struct { const char* text; int expected; } cases[] = {
       {"255.255.255.255", 1}, {"256.1.1.1", 0}, {"1.1.1.256", 0}, {"1.2.3", 0}, {"1.2.-1.4", 0},
@@ -31,11 +26,11 @@ TEST(FileUtil, MakesMissingAncestorsAndFindsFileNames) {
   const std::string old = std::filesystem::current_path();
   ASSERT_EQ(chdir(tmp.path().c_str()), 0);
   for (std::string path : {tmp.file("a/b/c/"), std::string("d/e")}) EXPECT_EQ(fgMakeDirectory(&path[0]), 1) << path;
-  for (const char* dir : {"a", "a/b", "a/b/c", "d", "d/e"}) EXPECT_EQ(Mode(dir), S_IFDIR | (0770 & ~mask)) << dir;
+  for (const char* dir : {"a", "a/b", "a/b/c", "d", "d/e"}) EXPECT_EQ(FileMode(dir), S_IFDIR | (0770 & ~mask)) << dir;
   ASSERT_EQ(chmod("a", 0700), 0);
   std::string existing = "a", file = "a/plain/sub";
   EXPECT_EQ(fgMakeDirectory(&existing[0]), 1);
-  EXPECT_EQ(Mode("a"), S_IFDIR | 0700);
+  EXPECT_EQ(FileMode("a"), S_IFDIR | 0700);
   ASSERT_TRUE(WriteFile("a/plain", "x") && WriteFile(".old.log", "") && WriteFile("app.log", ""));
   EXPECT_EQ(fgMakeDirectory(&file[0]), -1);
   EXPECT_EQ(fgMakeDirectory(nullptr), -1);

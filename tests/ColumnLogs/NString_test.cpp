@@ -45,9 +45,8 @@ std::string Columns(std::string line, char d1, char d2) {
 
 TEST(NstrOnetok, CutsColumnsAndCountsConsumedCharacters) {
   const struct { const char* line; char d1, d2; const char* cols; } cases[] = {
-      {",a,,b", ',', ',', "/1 a/2 /1 b/1 <0:>"}, {"a,", ',', ',', "a/2 <0:>"},
-      {"abc", ',', ',', "abc/3 <0:>"},          {"", ',', ',', "<0:>"},
-      {"a,b;c", ',', ';', "a/2 b/2 c/1 <0:>"},   {"a;,b", ',', ';', "a/2 /1 b/1 <0:>"},
+      {",a,,b", ',', ',', "/1 a/2 /1 b/1 <0:>"}, {"a,", ',', ',', "a/2 <0:>"}, {"abc", ',', ',', "abc/3 <0:>"},
+      {"", ',', ',', "<0:>"}, {"a,b;c", ',', ';', "a/2 b/2 c/1 <0:>"}, {"a;,b", ',', ';', "a/2 /1 b/1 <0:>"},
   };
   for (const auto& c : cases) EXPECT_EQ(Columns(c.line, c.d1, c.d2), c.cols) << c.line;
 }

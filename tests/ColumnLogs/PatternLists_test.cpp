@@ -37,8 +37,7 @@ TEST(CDatePatternList, Order) { CheckOrder<CDatePatternList>(); }
 TEST(CCharPatternList, PatternSlotsOfTheNewestRule) {
   CCharPatternList list;
   std::string rule = "ERROR", value = Sep("5{|}a{~}b"), tooLong(2048, 'q');
-  list.fAddLinkedList(3, 1, 1, 3, Text(rule));
-  list.fAddLinkedList(3, 2, 1, 3, Text(rule));
+  for (int column : {1, 2}) list.fAddLinkedList(3, column, 1, 3, Text(rule));
   EXPECT_EQ(list.fAddPatternLinkedList(8, Text(value)), -1);
   EXPECT_EQ(list.fAddPatternLinkedList(3, Text(value)), 1);
   const ST_CHAR_PATTERN_LIST* newest = list.fGetNode(3);

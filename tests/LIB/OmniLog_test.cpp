@@ -22,9 +22,7 @@ TEST_F(OmniLog, FileNamesAndRecordFormat) {
     EXPECT_EQ(ListDir(dir), std::vector<std::string>{c.file});
     EXPECT_EQ(ReadFile(dir + c.file), c.before + std::string("[143005][INFO][LOG]started\n[090507][INFO][LLB]next\n"));
   }
-  struct stat st;
-  ASSERT_EQ(stat(LogFile("a/20240315_SER.log").c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0644 & ~Umask());
+  EXPECT_EQ(FileMode(LogFile("a/20240315_SER.log")), S_IFREG | (0644 & ~Umask()));
 }
 
 // The record and its echo (g_nPrint 1) by mode and grade; a record that makes nothing still opens the day's file.

@@ -17,28 +17,24 @@ bool SkipUnprivileged(bool unprivileged, const char* name) {
 // A changed file is read on from the right place; one gone or unreadable is reported every cycle, read once back.
 TEST(Faults, WatchedFileChangedOrUnreadableUnderTheAgent) {
   const std::string first = "a,b,91,padding-padding-padding-padding";
-  const Change moveAway = [](const std::string& p) {
-    SETUP(rename(p.c_str(), (p + ".real").c_str()) == 0 && AppendFile(p + ".real", "c,d,92\n"));
-  };
-  const Change moveBack = [](const std::string& p) { SETUP(rename((p + ".real").c_str(), p.c_str()) == 0); };
-  const Change readable = [](const std::string& p) { SETUP(chmod(p.c_str(), 0644) == 0); };
+  const Change readable = [](auto& p) { SETUP(chmod(p.c_str(), 0644) == 0); };
   const struct { const char* name; bool unprivileged; std::string error; Change fault, repair; } cases[] = {
       {"deleted, then created again", false, "",
-       [](const std::string& p) { SETUP(unlink(p.c_str()) == 0 && WriteFile(p, "c,d,92\n")); }, nullptr},
+       [](auto& p) { SETUP(unlink(p.c_str()) == 0 && WriteFile(p, "c,d,92\n")); }, nullptr},
       {"truncated, then appended to", false, "",
-       [](const std::string& p) { SETUP(truncate(p.c_str(), 0) == 0 && AppendFile(p, "c,d,92\n")); }, nullptr},
+       [](auto& p) { SETUP(truncate(p.c_str(), 0) == 0 && AppendFile(p, "c,d,92\n")); }, nullptr},
       {"replaced by a longer file", false, "",  // its first line has the old length: skipped as read
-       [&](const std::string& p) {
-         SETUP(WriteFile(p + ".new", std::string(first.size(), 'h') + "\nc,d,92\n") &&
-               rename((p + ".new").c_str(), p.c_str()) == 0);
-       }, nullptr},
-      {"deleted (moved away)", false, "No such file or directory", moveAway, moveBack},
+       [&](auto& p) { SETUP(WriteFile(p + ".new", std::string(first.size(), 'h') + "\nc,d,92\n") &&
+                            rename((p + ".new").c_str(), p.c_str()) == 0); }, nullptr},
+      {"deleted (moved away)", false, "No such file or directory",
+       [](auto& p) { SETUP(rename(p.c_str(), (p + ".x").c_str()) == 0 && AppendFile(p + ".x", "c,d,92\n")); },
+       [](auto& p) { SETUP(rename((p + ".x").c_str(), p.c_str()) == 0); }},
       {"write-only mode", true, "Permission denied",
-       [](const std::string& p) { SETUP(chmod(p.c_str(), 0200) == 0 && AppendFile(p, "c,d,92\n")); }, readable},
+       [](auto& p) { SETUP(chmod(p.c_str(), 0200) == 0 && AppendFile(p, "c,d,92\n")); }, readable},
       // Only the mode changes, after a turn found the file quiet: a turn going by the file's status sees it.
       {"made unreadable while quiet", true, "Permission denied",
-       [](const std::string& p) { usleep(2500000); SETUP(chmod(p.c_str(), 0200) == 0); },
-       [&](const std::string& p) { readable(p); SETUP(AppendFile(p, "c,d,92\n")); }},
+       [](auto& p) { usleep(2500000); SETUP(chmod(p.c_str(), 0200) == 0); },
+       [&](auto& p) { readable(p); SETUP(AppendFile(p, "c,d,92\n")); }},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);

@@ -64,6 +64,10 @@ inline bool AppendFile(const std::string& path, const std::string& content) {
   return !!(std::ofstream(path, std::ios::app) << content);
 }
 inline bool FileExists(const std::string& path) { struct stat st; return lstat(path.c_str(), &st) == 0; }  // or link
+inline mode_t FileMode(const std::string& path) {  // type and permission bits, 0 when there is no such file
+  struct stat st;
+  return stat(path.c_str(), &st) == 0 ? st.st_mode & (S_IFMT | 07777) : 0;
+}
 inline mode_t Umask() { const mode_t mask = umask(0); umask(mask); return mask; }  // the process's file mask
 inline std::string ReadAll(const std::string& dir, const std::string& prefix = "") {  // those files in name order
   std::string all;

@@ -38,10 +38,9 @@ TEST(ColumnToolEvents, ListsWaitingFilesOldestFirstInReadableForm) {
   const std::string newer = Sep("2|2{|}3{|}COLUMN[7] Value[FAIL] == FAIL, ORIGINAL_MSG:x,FAIL\n"
                                 "2|4{|}1{|}10:00:05  log count[12] >= [10]\n");
   const std::string older = Sep("1|1{|}2{|}COLUMN[3] Value[95] > 90, ORIGINAL_MSG:a,b,95\n");
-  WriteFile(dir.file("out_20240102-000000"), newer);
-  WriteFile(dir.file("out_20240101-235959"), older);
-  WriteFile(dir.file("ing_20240102-000001"), older);
-  WriteFile(dir.file("foreign.txt"), "not an event file\n");
+  for (const auto& [name, text] : {std::make_pair("out_20240102-000000", newer), {"out_20240101-235959", older},
+                                   {"ing_20240102-000001", older}, {"foreign.txt", "not an event file\n"}})
+    ASSERT_TRUE(WriteFile(dir.file(name), text));
 
   const RunResult r = Tool({"events", dir.path()});
   EXPECT_EQ(r.status, 0) << r.err;
