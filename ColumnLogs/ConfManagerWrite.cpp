@@ -154,7 +154,11 @@ int fWriteKeyLine(CLineWriter& l_clOut, const char* l_pstrFileName, CObjectBuffe
   const size_t l_nEq = static_cast<size_t>(static_cast<const char*>(l_pvdEq) - l_pstrLine);
   size_t l_nValue = l_nEq;
   while (l_nValue < l_nView && l_pstrLine[l_nValue] == '=') ++l_nValue;
-  if (l_nValue == l_nView && !l_bNewlineSeen) return l_clOut.fCopy(l_pstrLine, l_nLen);  // ignored by the reader
+  // A '=' run at the end of the reader's piece inside a longer line: the
+  // reader took no key from it, and the rest of the line is not ours to drop.
+  // (At the very end of the file the line is a key line like any other.)
+  const bool l_bFileEnds = l_bWhole && !l_bNewline;
+  if (l_nValue == l_nView && !l_bNewlineSeen && !l_bFileEnds) return l_clOut.fCopy(l_pstrLine, l_nLen);
 
   std::string l_strKey(l_pstrLine + l_nStart, l_nEq - l_nStart);
   const char* l_pstrHeld = static_cast<const char*>(l_pclRead != nullptr ? l_pclRead->fGetObject(&l_strKey[0]) : nullptr);
@@ -389,7 +393,10 @@ int CConfManager::fWriteContent(int l_nHaveInput) {
   switch (l_enPlace) {
     case PLACE_READ_SECTION:
     case PLACE_PLAIN_SECTION:
-      return l_fnCloseSection();
+      // The section runs to the end of the file: nothing follows its closing
+      // comments and blank lines, so they keep their place and the added
+      // options come last.
+      return l_fnFlushHeld() && fWriteBuffer(l_clOut, m_strFileName, m_pclAddBuffer);
     case PLACE_SEARCH:
     case PLACE_OTHER:
       // The selected section is not in the file: it is appended.
