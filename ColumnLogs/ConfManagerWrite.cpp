@@ -41,6 +41,7 @@
 #include <vector>
 
 #include "CommonConst.h"
+#include "CommonFunc.h"
 #include "ConfManager.h"
 
 namespace {
@@ -186,20 +187,6 @@ enum EN_PLACE {
   PLACE_PLAIN_SECTION, // in the selected section further down (copied as it is)
   PLACE_AFTER,         // after the selected section
 };
-
-// 1 when no character of the name means anything to the shell in an
-// unquoted word: letters, digits, bytes from 0x80 and "/._-+,@%:=".
-int fShellSafeName(const char* l_pstrName) {
-  for (const unsigned char* l_pchPos = reinterpret_cast<const unsigned char*>(l_pstrName); *l_pchPos != '\0';
-       ++l_pchPos) {
-    const unsigned char l_ch = *l_pchPos;
-    if (l_ch >= 0x80 || (l_ch >= '0' && l_ch <= '9') || (l_ch >= 'a' && l_ch <= 'z') || (l_ch >= 'A' && l_ch <= 'Z')) {
-      continue;
-    }
-    if (strchr("/._-+,@%:=", l_ch) == nullptr) return 0;
-  }
-  return 1;
-}
 
 // A heap copy of the text (the store's values), or null without memory.
 char* fCopyText(const char* l_pstrText) {
@@ -422,7 +409,7 @@ int CConfManager::fFileWrite() {
     fprintf(stderr, "%s conf file name not usable(file write) : %s\n", m_strFileName, strerror(ENAMETOOLONG));
     return 0;
   }
-  if (fShellSafeName(m_strFileName) == 0) {
+  if (fgShellWord(m_strFileName) == 0) {
     fprintf(stderr, "%s conf file name not usable(file write) : %s\n", m_strFileName,
             "character the shell would interpret");
     return 0;

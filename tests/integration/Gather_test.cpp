@@ -1,5 +1,6 @@
 // The agent end to end: growing watched logs and the event files it hands off.
 #include <algorithm>
+#include <sys/stat.h>
 #include <utime.h>
 
 #include "TestSupport.h"
@@ -11,7 +12,8 @@ using namespace testsupport;
 // The events of several logs, each cut by its own delimiters (a value
 // without the tilde separator names a single delimiter), land in one event
 // file, byte for byte. Entry 4 shares the file of entry 1: one read offers
-// each line to both.
+// each line to both. Entry 4's first turn of its own (entry 1 has nothing
+// new) positions it by its type: being of type 2, it reads the file once more.
 TEST(Gather, EventsOfSeveralLogsReachTheCollectorByteExact) {
   AgentDir agent;
   const struct { std::string delimitor, lines; } logs[] = {
@@ -26,13 +28,15 @@ TEST(Gather, EventsOfSeveralLogsReachTheCollectorByteExact) {
   entries.push_back(WatchEntry{4, entries[0].name});
   entries.back().text = "2{~}4{~}b{~}1";
   agent.Start(entries);
-  ASSERT_TRUE(agent.WaitForEvents(5));
-  const auto outs = agent.OutFiles();
-  ASSERT_EQ(outs.size(), 1u);
+  agent.SettledEvents(7);
+  auto outs = agent.OutFiles();
+  std::sort(outs.begin(), outs.end());
+  ASSERT_EQ(outs.size(), 2u);
+  const std::string entry4 = "4|2\x03\x1f\x7c" "4\x03\x1f\x7c" "COLUMN[2] Value[b] == b, ORIGINAL_MSG:aN,b,95\n"
+                             "4|2\x03\x1f\x7c" "4\x03\x1f\x7c" "COLUMN[2] Value[b] == b, ORIGINAL_MSG:a,b,50\n";
+  EXPECT_EQ(ReadFile(agent.Path("out/" + outs[1])), entry4);
   EXPECT_EQ(ReadFile(agent.Path("out/" + outs[0])),
-            "1|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[95] > 90, ORIGINAL_MSG:aN,b,95\n"
-            "4|2\x03\x1f\x7c" "4\x03\x1f\x7c" "COLUMN[2] Value[b] == b, ORIGINAL_MSG:aN,b,95\n"
-            "4|2\x03\x1f\x7c" "4\x03\x1f\x7c" "COLUMN[2] Value[b] == b, ORIGINAL_MSG:a,b,50\n"
+            "1|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[95] > 90, ORIGINAL_MSG:aN,b,95\n" + entry4 +
             "2|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[96] > 90, ORIGINAL_MSG:c;d;96\n"
             "3|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[97] > 90, ORIGINAL_MSG:e\tf 97\n");
   EXPECT_EQ(outs[0].size(), std::string("out_20220627-101112").size());
@@ -50,6 +54,16 @@ TEST(Gather, EventsBeyondTheHoldingBufferArriveWholeAndInOrder) {
   }
   agent.Start({CpuRule(1, agent.AppLog(log))});
   EXPECT_EQ(agent.SettledEvents(61), expected);
+  EXPECT_EQ(agent.OutFiles().size(), 1u);
+}
+
+// The agent renames the event file itself: an output directory whose name
+// the shell would split or expand works like any other.
+TEST(Gather, OutputPathWithShellCharactersHandsOff) {
+  AgentDir agent;
+  ASSERT_EQ(mkdir(agent.Path("out $HOME;x").c_str(), 0755), 0);
+  agent.Start({CpuRule(1, agent.AppLog())}, "log", "out $HOME;x");
+  EXPECT_EQ(agent.SettledEvents(1), CpuEvent(1, "a,b,91"));
   EXPECT_EQ(agent.OutFiles().size(), 1u);
 }
 
