@@ -79,22 +79,6 @@ void fWalkEntries(char* l_pstrValue, char* l_pstrSep, char* l_pstrFieldSep, int 
 
 int fToInt(const char* l_pstrText) { return static_cast<int>(strtol(l_pstrText, nullptr, 10)); }
 
-// The close-out command puts OUTPUT_PATH unquoted into a shell command line,
-// so a path with a blank or another character the shell interprets would
-// never hand an event file off: "ing_" files would pile up until the 200
-// entries stop the gathering for good. Letters, digits, bytes from 0x80 and
-// "/._-+,@%:=" are taken as they are.
-bool fShellSafePath(const char* l_pstrPath) {
-  for (const unsigned char* l_pchPos = reinterpret_cast<const unsigned char*>(l_pstrPath); *l_pchPos != '\0';
-       ++l_pchPos) {
-    const unsigned char l_ch = *l_pchPos;
-    if (l_ch >= 0x80 || (l_ch >= '0' && l_ch <= '9') || (l_ch >= 'a' && l_ch <= 'z') || (l_ch >= 'A' && l_ch <= 'Z'))
-      continue;
-    if (strchr("/._-+,@%:=", l_ch) == nullptr) return false;
-  }
-  return true;
-}
-
 }  // namespace
 
 int CColumnLogger::fPatternCheck(char* l_pstrPattern, char* l_pstrMsg) {
@@ -130,11 +114,6 @@ int CColumnLogger::fLoadConfInfo() {
                   l_stGlobal.m_nMaxLen);
       return 0;
     }
-  }
-  if (!fShellSafePath(l_pstrOutPath)) {
-    fprintf(stderr, "OUTPUT_PATH holds characters the shell would interpret : %s\n", l_pstrOutPath);
-    fgLogRecord(3, "LOG", "OUTPUT_PATH holds characters the shell would interpret : %s", l_pstrOutPath);
-    return 0;
   }
   memset(m_strOutPutPath, 0, sizeof(m_strOutPutPath));
   fgStrCopy(m_strOutPutPath, sizeof(m_strOutPutPath), l_pstrOutPath);

@@ -216,10 +216,8 @@ void CColumnLogger::fSaveGroupOffset(ST_LOGFILE_INFO* l_pstLogFileInfo, long l_l
     l_pstMember->m_lOffSet = l_lOffSet;
     fgLogRecord(3, "LOG", "LOG offset save : %ld", l_lOffSet);
     l_pstMember->m_nGatherFlag = 1;
-    // A member has now had its first look through the shared read: when a
-    // later cycle gives it a turn of its own, it resumes at this offset
-    // instead of reading the file again from its start.
-    if (l_pstMember->m_nLogType != 1) l_pstMember->m_nFirstFlag = 1;
+    // The first look stays each member's own: a member served only through
+    // the shared read is positioned by its log type at its first own turn.
   }
 }
 
@@ -260,7 +258,17 @@ bool CColumnLogger::fHandOffTaken() {
 void CColumnLogger::fHandOff() {
   fMakeCycleNames();
   char l_strOutName[NAME_BUF_SIZE];
-  if (fHandOffName(l_strOutName, sizeof(l_strOutName)) && rename(m_strOutPutFileName, l_strOutName) == 0) return;
+  const bool l_bNamed = fHandOffName(l_strOutName, sizeof(l_strOutName));
+  if (l_bNamed && rename(m_strOutPutFileName, l_strOutName) == 0) return;
+  const int l_nErrno = l_bNamed ? errno : ENAMETOOLONG;
+  // The command holds OUTPUT_PATH unquoted: with a blank, a quote or a "$" in
+  // it the shell would run something else. The event file then stays under
+  // its "ing_" name, as after a failed command.
+  if (fgShellWord(m_strOutPutPath) == 0) {
+    fgLogRecord(3, "LOG", "[%d] %s not handed off, close-out command not run : %s", l_nErrno, m_strOutPutFileName,
+                strerror(l_nErrno));
+    return;
+  }
   if (system(m_strSystem) == -1) fgLogRecord(3, "LOG", "[%d] close-out command failed : %s", errno, m_strSystem);
 }
 

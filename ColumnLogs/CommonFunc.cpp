@@ -16,6 +16,17 @@ int fgUSleep(int l_nUSec) {
   return 1;
 }
 
+int fgShellWord(const char* l_pstrText) {
+  for (const unsigned char* l_pchPos = reinterpret_cast<const unsigned char*>(l_pstrText); *l_pchPos != '\0';
+       ++l_pchPos) {
+    const unsigned char l_ch = *l_pchPos;
+    if (l_ch >= 0x80 || (l_ch >= '0' && l_ch <= '9') || (l_ch >= 'a' && l_ch <= 'z') || (l_ch >= 'A' && l_ch <= 'Z'))
+      continue;
+    if (strchr("/._-+,@%:=", l_ch) == nullptr) return 0;
+  }
+  return 1;
+}
+
 int fgStrCopy(char* dst, size_t size, const char* src) {
   if (dst == nullptr || size == 0) return 0;
   if (src == nullptr) {

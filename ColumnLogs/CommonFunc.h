@@ -26,6 +26,11 @@ int fgIPCheck(char* l_pstrIP);
 // Returns 1 when it fitted whole, 0 when it was cut (or size is 0).
 int fgStrCopy(char* dst, size_t size, const char* src);
 
+// 1 when the text can stand unquoted as one word of a shell command and
+// means only itself there: letters, digits, bytes from 0x80 and
+// "/._-+,@%:=". 0 for any other character (blanks, quotes, "$", ";", ...).
+int fgShellWord(const char* l_pstrText);
+
 // open() with O_CLOEXEC added, retried on EINTR. Returns the descriptor or -1
 // with errno kept from the failing call.
 int fgOpen(const char* path, int flags, int mode);

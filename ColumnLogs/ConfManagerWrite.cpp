@@ -41,6 +41,7 @@
 #include <vector>
 
 #include "CommonConst.h"
+#include "CommonFunc.h"
 #include "ConfManager.h"
 
 namespace {
@@ -154,7 +155,11 @@ int fWriteKeyLine(CLineWriter& l_clOut, const char* l_pstrFileName, CObjectBuffe
   const size_t l_nEq = static_cast<size_t>(static_cast<const char*>(l_pvdEq) - l_pstrLine);
   size_t l_nValue = l_nEq;
   while (l_nValue < l_nView && l_pstrLine[l_nValue] == '=') ++l_nValue;
-  if (l_nValue == l_nView && !l_bNewlineSeen) return l_clOut.fCopy(l_pstrLine, l_nLen);  // ignored by the reader
+  // A '=' run at the end of the reader's piece inside a longer line: the
+  // reader took no key from it, and the rest of the line is not ours to drop.
+  // (At the very end of the file the line is a key line like any other.)
+  const bool l_bFileEnds = l_bWhole && !l_bNewline;
+  if (l_nValue == l_nView && !l_bNewlineSeen && !l_bFileEnds) return l_clOut.fCopy(l_pstrLine, l_nLen);
 
   std::string l_strKey(l_pstrLine + l_nStart, l_nEq - l_nStart);
   const char* l_pstrHeld = static_cast<const char*>(l_pclRead != nullptr ? l_pclRead->fGetObject(&l_strKey[0]) : nullptr);
@@ -182,20 +187,6 @@ enum EN_PLACE {
   PLACE_PLAIN_SECTION, // in the selected section further down (copied as it is)
   PLACE_AFTER,         // after the selected section
 };
-
-// 1 when no character of the name means anything to the shell in an
-// unquoted word: letters, digits, bytes from 0x80 and "/._-+,@%:=".
-int fShellSafeName(const char* l_pstrName) {
-  for (const unsigned char* l_pchPos = reinterpret_cast<const unsigned char*>(l_pstrName); *l_pchPos != '\0';
-       ++l_pchPos) {
-    const unsigned char l_ch = *l_pchPos;
-    if (l_ch >= 0x80 || (l_ch >= '0' && l_ch <= '9') || (l_ch >= 'a' && l_ch <= 'z') || (l_ch >= 'A' && l_ch <= 'Z')) {
-      continue;
-    }
-    if (strchr("/._-+,@%:=", l_ch) == nullptr) return 0;
-  }
-  return 1;
-}
 
 // A heap copy of the text (the store's values), or null without memory.
 char* fCopyText(const char* l_pstrText) {
@@ -389,7 +380,10 @@ int CConfManager::fWriteContent(int l_nHaveInput) {
   switch (l_enPlace) {
     case PLACE_READ_SECTION:
     case PLACE_PLAIN_SECTION:
-      return l_fnCloseSection();
+      // The section runs to the end of the file: nothing follows its closing
+      // comments and blank lines, so they keep their place and the added
+      // options come last.
+      return l_fnFlushHeld() && fWriteBuffer(l_clOut, m_strFileName, m_pclAddBuffer);
     case PLACE_SEARCH:
     case PLACE_OTHER:
       // The selected section is not in the file: it is appended.
@@ -415,7 +409,7 @@ int CConfManager::fFileWrite() {
     fprintf(stderr, "%s conf file name not usable(file write) : %s\n", m_strFileName, strerror(ENAMETOOLONG));
     return 0;
   }
-  if (fShellSafeName(m_strFileName) == 0) {
+  if (fgShellWord(m_strFileName) == 0) {
     fprintf(stderr, "%s conf file name not usable(file write) : %s\n", m_strFileName,
             "character the shell would interpret");
     return 0;

@@ -107,13 +107,13 @@ bool fIsWritableDirectory(const std::string& l_strDir) {
 }
 
 // Characters of OUTPUT_PATH that the shell would take as syntax in the
-// unquoted hand-off command: anything but letters, digits, "/._-+,:@" and
-// bytes beyond ASCII.
+// unquoted hand-off command: anything but letters, digits, "/._-+,@%:=" and
+// bytes beyond ASCII (the agent's own rule, fgShellWord).
 std::string fShellCharacters(const std::string& l_strText) {
   std::set<char> l_setFound;
   for (const char l_chChar : l_strText) {
     const unsigned char l_uchChar = static_cast<unsigned char>(l_chChar);
-    if (l_uchChar >= 0x80 || isalnum(l_uchChar) || strchr("/._-+,:@", l_chChar) != nullptr) continue;
+    if (l_uchChar >= 0x80 || isalnum(l_uchChar) || strchr("/._-+,@%:=", l_chChar) != nullptr) continue;
     l_setFound.insert(l_chChar);
   }
   std::string l_strList;
@@ -217,7 +217,8 @@ void fCheckOutput(CColumnLogger& l_clLogger, const ST_TOOL_LOAD& l_stLoad, Repor
   const std::string l_strShell = fShellCharacters(l_strOut);
   if (!l_strShell.empty()) {
     l_clReport.Warning("OUTPUT_PATH holds characters that the shell interprets in the unquoted hand-off command "
-                       "(%s): event files may be written but never renamed to out_",
+                       "(%s): should the agent's own rename to out_ fail, the command is not run and the event file "
+                       "stays under its ing_ name",
                        l_strShell.c_str());
   }
   const std::string l_strDir = fPrefixDirectory(l_strOut);

@@ -10,6 +10,7 @@ TEST(FilePointSeek, PositionsByLogTypeOffsetAndSize) {
       {"type 2 first look reads from the start", 2, 0, 0, 1000, 1, 0, 0},
       {"type 2 first look of an empty file", 2, 0, 0, 0, -1, 0, 0}, {"nothing new", 2, 1, 1000, 1000, -1, 0, 1000},
       {"type 1 always from the start", 1, 0, 500, 1000, 1, 0, 0}, {"resume at the offset", 0, 1, 400, 1000, 1, 400, 400},
+      {"type 3 from the start, never past its first look", 3, 0, 500, 1000, 1, 0, 500},
       {"shrunk below the offset: from the start", 0, 1, 5000, 300, 1, 0, 0},
       {"emptied: nothing to read", 2, 1, 700, 0, -1, 0, 0},
       {"gone: fails and counts as the first look", 2, 0, 0, -1, -1, 0, 0},
@@ -29,7 +30,7 @@ TEST(FilePointSeek, PositionsByLogTypeOffsetAndSize) {
     EXPECT_EQ(logger.fFilePointSeek(&info, &fd), c.result);
     EXPECT_EQ(c.result == 1 ? ftell(fd) : 0, c.pos);
     EXPECT_EQ(info.m_lOffSet, c.after);
-    EXPECT_EQ(info.m_nFirstFlag, c.logType == 1 ? 0 : 1);
+    EXPECT_EQ(info.m_nFirstFlag, c.logType == 0 || c.logType == 2 ? 1 : 0);
     EXPECT_EQ(info.m_lLogFileModifyTime > 0, c.size >= 0);
     fclose(fd);
   }

@@ -3,7 +3,7 @@
 
 #include "TestSupport.h"
 
-// Several logs, each with its own delimiters, one file shared by two entries: one event file, byte for byte.
+// Logs with their own delimiters, one file shared by two entries: byte-exact; entry 4's own first look reads it again.
 TEST(Gather, EventsOfSeveralLogsReachTheCollectorByteExact) {
   AgentDir agent;
   const struct { std::string delimitor, lines; } logs[] = {
@@ -16,13 +16,14 @@ TEST(Gather, EventsOfSeveralLogsReachTheCollectorByteExact) {
   }
   entries.push_back({4, entries[0].name, ",{~}NULL", "NULL", "2{~}4{~}b{~}1"});
   agent.Start(entries);
-  ASSERT_TRUE(agent.WaitForEvents(5));
-  const auto outs = agent.OutFiles();
-  ASSERT_EQ(outs.size(), 1u);
+  agent.SettledEvents(7);
+  const auto outs = agent.OutFiles();  // in name order
+  ASSERT_EQ(outs.size(), 2u);
+  const std::string entry4 = "4|2\x03\x1f\x7c" "4\x03\x1f\x7c" "COLUMN[2] Value[b] == b, ORIGINAL_MSG:aN,b,95\n"
+                             "4|2\x03\x1f\x7c" "4\x03\x1f\x7c" "COLUMN[2] Value[b] == b, ORIGINAL_MSG:a,b,50\n";
+  EXPECT_EQ(ReadFile(agent.Path("out/" + outs[1])), entry4);
   EXPECT_EQ(ReadFile(agent.Path("out/" + outs[0])),
-            "1|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[95] > 90, ORIGINAL_MSG:aN,b,95\n"
-            "4|2\x03\x1f\x7c" "4\x03\x1f\x7c" "COLUMN[2] Value[b] == b, ORIGINAL_MSG:aN,b,95\n"
-            "4|2\x03\x1f\x7c" "4\x03\x1f\x7c" "COLUMN[2] Value[b] == b, ORIGINAL_MSG:a,b,50\n"
+            "1|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[95] > 90, ORIGINAL_MSG:aN,b,95\n" + entry4 +
             "2|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[96] > 90, ORIGINAL_MSG:c;d;96\n"
             "3|1\x03\x1f\x7c" "2\x03\x1f\x7c" "COLUMN[3] Value[97] > 90, ORIGINAL_MSG:e\tf 97\n");
   EXPECT_EQ(outs[0].size(), std::string("out_20220627-101112").size());
@@ -39,6 +40,15 @@ TEST(Gather, EventsBeyondTheHoldingBufferArriveWholeAndInOrder) {
   }
   agent.Start({CpuRule(1, agent.AppLog(log))});
   EXPECT_EQ(agent.SettledEvents(61), expected);
+  EXPECT_EQ(agent.OutFiles().size(), 1u);
+}
+
+// The agent renames the event file itself: an output directory the shell would split or expand works as any other.
+TEST(Gather, OutputPathWithShellCharactersHandsOff) {
+  AgentDir agent;
+  ASSERT_EQ(mkdir(agent.Path("out $HOME;x").c_str(), 0755), 0);
+  agent.Start({CpuRule(1, agent.AppLog())}, "log", "out $HOME;x");
+  EXPECT_EQ(agent.SettledEvents(1), CpuEvent(1, "a,b,91"));
   EXPECT_EQ(agent.OutFiles().size(), 1u);
 }
 

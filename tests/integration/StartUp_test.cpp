@@ -4,7 +4,6 @@
 
 TEST(StartUp, FailuresEndWithTheirStatusAndMessage) {
   const std::string logs = "LOG_PATH=./\nLOG_MODE=NOLOG\nLOG_VALIDDAY=3\n", out = "OUTPUT_PATH=./\nLINE_WAIT_CNT=1\n";
-  const std::string refused = "OUTPUT_PATH holds characters the shell would interpret : ";
   const struct { const char* name; std::string config, err; } cases[] = {  // no config: no file at all
       {"missing file", "", ""}, {"no LOG_PATH", "LOG_MODE=DEBUG\nLOG_VALIDDAY=3\n" + out, ""},
       {"no LOG_VALIDDAY", "LOG_PATH=./\nLOG_MODE=DEBUG\n" + out, "LOG_VALIDDAY is NULL\n"},
@@ -13,10 +12,6 @@ TEST(StartUp, FailuresEndWithTheirStatusAndMessage) {
       {"no LINE_WAIT_CNT", logs + "OUTPUT_PATH=./\n", "LINE_WAIT_CNT is NULL\n"},
       {"LINE_WAIT_CNT too long", logs + "OUTPUT_PATH=./\nLINE_WAIT_CNT=" + std::string(64, '1') + "\n",
        "LINE_WAIT_CNT is too long (64 characters, at most 63)\n"},
-      // The hand-off runs "mv" through the shell with OUTPUT_PATH unquoted.
-      {"a blank in OUTPUT_PATH", logs + "OUTPUT_PATH=./out dir/\nLINE_WAIT_CNT=1\n", refused + "./out dir/\n"},
-      {"a ';' in OUTPUT_PATH", logs + "OUTPUT_PATH=./out;x/\nLINE_WAIT_CNT=1\n", refused + "./out;x/\n"},
-      {"a '$' in OUTPUT_PATH", logs + "OUTPUT_PATH=./out$HOME/\nLINE_WAIT_CNT=1\n", refused + "./out$HOME/\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
