@@ -32,8 +32,7 @@ class ColumnEvalTest : public ::testing::Test {
   }
   void Restart() {  // no rules, no event file, no events counted
     m_clLogger.m_pclNumPatternList->fClearLinkedList(), m_clLogger.m_pclCharPatternList->fClearLinkedList();
-    m_clLogger.m_pclDatePatternList->fClearLinkedList();
-    remove(m_clLogger.m_strOutPutFileName);
+    m_clLogger.m_pclDatePatternList->fClearLinkedList(), remove(m_clLogger.m_strOutPutFileName);
     m_clLogger.m_nFaultSendIncrease = m_clLogger.m_nFaultFoundFlag = 0;
   }
   // Integer rules, "value > threshold".

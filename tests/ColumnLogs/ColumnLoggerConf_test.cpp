@@ -30,8 +30,7 @@ TEST(ColumnLoggerConf, EntriesLoadInNumberOrderAndIncompleteOnesAreSkipped) {
   std::string three = EntryLines(Entry(3));
   three.erase(three.find("LOG03_DATE_PATTERN"), std::string("LOG03_DATE_PATTERN=NULL\n").size());
   WatchEntry six = Entry(6);
-  six.type = 1;
-  six.checkType = 256;
+  six.type = 1, six.checkType = 256;
   Loaded loaded(config + three + EntryLines(six));
   auto* list = loaded.m_logger.m_pclLogFileList;
   ASSERT_EQ(list->fGetLogFileCount(), 3);

@@ -6,9 +6,8 @@
 
 char* C(const char* text) { return const_cast<char*>(text); }
 
-std::string Opt(CConfManager& store, const char* key) {
-  const char* value = store.fGetOpt(C(key));
-  return value != nullptr ? value : "<null>";
+std::string Opt(CConfManager& store, const char* key) {  // "<null>" when the key is not there
+  return store.fGetOpt(C(key)) != nullptr ? store.fGetOpt(C(key)) : "<null>";
 }
 std::string Dump(CConfManager& store) {  // "key=value;" of every entry by position
   std::string out;

@@ -279,8 +279,7 @@ class AgentDir {
     return PollFor([&] { return Count(Diag(), "LogGather end") >= start + static_cast<size_t>(cycles); }, ms);
   }
   void Stop() { m_agent.reset(); }  // as a kill or a reboot would
-  int Wait(int ms) { return m_agent ? m_agent->Wait(ms) : -2; }
-  bool Running() { return Wait(0) == -1; }
+  bool Running() { return m_agent && m_agent->Wait(0) == -1; }
   std::string Stderr() const { return m_agent ? m_agent->Stderr() : ""; }
 
  private:
