@@ -119,3 +119,22 @@ TEST(CConfManager, RewriteChangesOnlyWhatTheStoreChanged) {
   EXPECT_EQ(ReadFile(path + "_b"), before);
   EXPECT_FALSE(FileExists(path + "_") || FileExists(path + "_lock"));
 }
+
+// At the end of the file: a section that runs to it keeps its closing lines before the added options,
+// and a last "KEY=" without a line end (never loaded) is a key line like any other.
+TEST(CConfManager, RewriteAtTheEndOfTheFile) {
+  const struct { const char *name, *section, *add; std::string before, after; } cases[] = {
+      {"section to the end", "A", "N", "[A]\nK=1\n# end\n\n", "[A]\nK=1\n# end\n\nN=2\n"},
+      {"bare last key left out", nullptr, nullptr, "A=1\nLAST=", "A=1\n"},
+      {"bare last key of a held key", nullptr, nullptr, "LAST=x\nA=1\nLAST=", "LAST=x\nA=1\nLAST=x\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    TempDir tmp;
+    CConfManager store;
+    ASSERT_EQ(Load(store, tmp.file("conf"), c.before, c.section), 1);
+    if (c.add != nullptr) store.fAddOpt(C(c.add), C("2"));
+    ASSERT_EQ(store.fFileWrite(), 1);
+    EXPECT_EQ(ReadFile(tmp.file("conf")), c.after);
+  }
+}
