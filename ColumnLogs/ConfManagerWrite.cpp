@@ -146,7 +146,8 @@ int fWriteKeyLine(CLineWriter& l_clOut, const char* l_pstrFileName, CObjectBuffe
     l_nView = static_cast<size_t>(static_cast<const char*>(l_pvdNul) - l_pstrLine);
   }
   const bool l_bWhole = l_nView == l_nTextLen;
-  const bool l_bNewlineSeen = l_bWhole && l_bNewline && l_nTextLen < l_nPiece;
+  // The reader's view ends before the line does (cut by its piece or a NUL).
+  const bool l_bViewCut = !l_bWhole || (l_bNewline && l_nTextLen >= l_nPiece);
 
   size_t l_nStart = 0;
   while (l_nStart < l_nView && l_pstrLine[l_nStart] == ' ') ++l_nStart;
@@ -155,11 +156,10 @@ int fWriteKeyLine(CLineWriter& l_clOut, const char* l_pstrFileName, CObjectBuffe
   const size_t l_nEq = static_cast<size_t>(static_cast<const char*>(l_pvdEq) - l_pstrLine);
   size_t l_nValue = l_nEq;
   while (l_nValue < l_nView && l_pstrLine[l_nValue] == '=') ++l_nValue;
-  // A '=' run at the end of the reader's piece inside a longer line: the
-  // reader took no key from it, and the rest of the line is not ours to drop.
-  // (At the very end of the file the line is a key line like any other.)
-  const bool l_bFileEnds = l_bWhole && !l_bNewline;
-  if (l_nValue == l_nView && !l_bNewlineSeen && !l_bFileEnds) return l_clOut.fCopy(l_pstrLine, l_nLen);
+  // A '=' run at the end of a cut view: the reader took no key from it, and
+  // the rest of the line is not ours to drop. (A last line without its line
+  // end is a key line like any other.)
+  if (l_nValue == l_nView && l_bViewCut) return l_clOut.fCopy(l_pstrLine, l_nLen);
 
   std::string l_strKey(l_pstrLine + l_nStart, l_nEq - l_nStart);
   const char* l_pstrHeld = static_cast<const char*>(l_pclRead != nullptr ? l_pclRead->fGetObject(&l_strKey[0]) : nullptr);

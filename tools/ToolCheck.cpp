@@ -107,13 +107,12 @@ bool fIsWritableDirectory(const std::string& l_strDir) {
 }
 
 // Characters of OUTPUT_PATH that the shell would take as syntax in the
-// unquoted hand-off command: anything but letters, digits, "/._-+,@%:=" and
-// bytes beyond ASCII (the agent's own rule, fgShellWord).
+// unquoted hand-off command, by the agent's own rule (fgShellWord).
 std::string fShellCharacters(const std::string& l_strText) {
   std::set<char> l_setFound;
   for (const char l_chChar : l_strText) {
-    const unsigned char l_uchChar = static_cast<unsigned char>(l_chChar);
-    if (l_uchChar >= 0x80 || isalnum(l_uchChar) || strchr("/._-+,@%:=", l_chChar) != nullptr) continue;
+    const char l_strOne[2] = {l_chChar, '\0'};
+    if (fgShellWord(l_strOne) == 1) continue;
     l_setFound.insert(l_chChar);
   }
   std::string l_strList;
