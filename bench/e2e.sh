@@ -55,6 +55,11 @@ writer_bin=$build/bin/bench_logwriter
 for bin in "$agent_bin" "$writer_bin"; do
   [ -x "$bin" ] || { echo "missing $bin (build it, or unset SKIP_BUILD)" >&2; exit 1; }
 done
+# Programs the phases call beyond the essential ones (scripts/setup-debian.sh installs them).
+for program in mawk gawk getconf cmp; do
+  command -v "$program" >/dev/null 2>&1 || { echo "e2e: $program is not installed (run scripts/setup-debian.sh)" >&2; exit 1; }
+done
+trap 'echo "e2e: failed (status $?) at line $LINENO: $BASH_COMMAND" >&2' ERR
 
 work=$(mktemp -d /tmp/columnlogs-e2e.XXXXXX)
 pids=()

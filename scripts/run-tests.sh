@@ -2,6 +2,7 @@
 # Builds and runs every test: a normal build, then the same tests under
 # AddressSanitizer and UndefinedBehaviorSanitizer.
 set -euo pipefail
+trap 'echo "run-tests: failed (status $?) at line $LINENO: $BASH_COMMAND" >&2' ERR
 cd "$(dirname "$0")/.."
 bash scripts/setup-debian.sh
 jobs=$(nproc 2>/dev/null || echo 2)

@@ -3,6 +3,7 @@
 # and of the end-to-end bench script, against the normal build in build/.
 # Skipped when the build has no benchmarks (Google Benchmark not installed).
 set -euo pipefail
+trap 'echo "bench-smoke: failed (status $?) at line $LINENO: $BASH_COMMAND" >&2' ERR
 cd "$(dirname "$0")/../.."
 build=${BUILD:-build}
 if [ ! -x "$build/bin/bench_column" ]; then

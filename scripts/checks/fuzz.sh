@@ -7,6 +7,7 @@
 # build-fuzz/artifacts/.
 #   FUZZ_SECONDS  time per target (default 30)
 set -euo pipefail
+trap 'echo "fuzz: failed (status $?) at line $LINENO: $BASH_COMMAND" >&2' ERR
 cd "$(dirname "$0")/../.."
 seconds="${FUZZ_SECONDS:-30}"
 input_timeout="${FUZZ_INPUT_TIMEOUT:-10}"

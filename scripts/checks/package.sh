@@ -6,6 +6,7 @@
 # directory, or when the packaged configuration lacks the separator bytes or
 # does not load with the packaged ColumnTool.
 set -euo pipefail
+trap 'echo "package: failed (status $?) at line $LINENO: $BASH_COMMAND" >&2' ERR
 cd "$(dirname "$0")/../.."
 build=${BUILD:-build}
 if ! command -v dpkg-deb >/dev/null; then

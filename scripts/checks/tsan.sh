@@ -3,6 +3,7 @@
 # queue and the mutex-guarded paths, built with ThreadSanitizer. Fails on the
 # first data race or lock-order report, or on a failing test.
 set -euo pipefail
+trap 'echo "tsan: failed (status $?) at line $LINENO: $BASH_COMMAND" >&2' ERR
 cd "$(dirname "$0")/../.."
 build=build-tsan
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Debug -DCOLUMNLOGS_TSAN=ON -DCOLUMNLOGS_BENCH=OFF >/dev/null
