@@ -19,6 +19,17 @@ namespace {
 constexpr int CONF_PATH_BUF_SIZE = 256;  // the path may be up to 255 characters
 constexpr int USAGE_EXIT_STATUS = 2;
 const char* const HEARTBEAT_FILE = "./LoggerAlive";
+const char* const HELP_TEXT =
+    "usage: %s CONFIG_FILE\n"
+    "Watches the log files that CONFIG_FILE names and leaves one event line per\n"
+    "fired rule in its OUTPUT_PATH (ing_ files, renamed to out_ when a cycle ends).\n"
+    "Runs until stopped and re-creates ./LoggerAlive in its working directory every\n"
+    "ten seconds.\n"
+    "A failed start-up (configuration missing or unreadable, LOG_PATH, LOG_MODE or\n"
+    "LOG_VALIDDAY missing) ends it at once with status 0, mostly without a message:\n"
+    "check a configuration first with: ColumnTool check CONFIG_FILE\n"
+    "  --help     this text\n"
+    "  --version  the version\n";
 
 // Removes and re-creates the empty heartbeat file; failures are ignored and
 // the next refresh tries again.
@@ -38,6 +49,16 @@ int main(int argc, char** argv) {
   if (argc < 2 || argv[1] == nullptr || argv[1][0] == '\0') {
     fprintf(stderr, "usage: %s CONFIG_FILE\n", l_pstrProgram);
     return USAGE_EXIT_STATUS;
+  }
+  // The two options are answered before anything else; a configuration file
+  // of either name is still reached as "./--help".
+  if (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0) {
+    printf(HELP_TEXT, l_pstrProgram);
+    return 0;
+  }
+  if (strcmp(argv[1], "--version") == 0) {
+    printf("ColumnLogs %s\n", COLUMNLOGS_VERSION);
+    return 0;
   }
   const size_t l_nPathLen = strlen(argv[1]);
   if (l_nPathLen >= static_cast<size_t>(CONF_PATH_BUF_SIZE)) {

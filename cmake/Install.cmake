@@ -92,7 +92,7 @@ install(FILES ${CMAKE_BINARY_DIR}/packaging/columnlogs.service DESTINATION /lib/
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME columnlogs)
-set(CPACK_PACKAGE_VERSION 1.0.0)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_VENDOR "ColumnLogs")
 set(CPACK_PACKAGE_CONTACT "ColumnLogs maintainers <columnlogs@localhost>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "column-oriented log monitor agent")

@@ -186,6 +186,7 @@ class AgentProcess {
     return m_reaped ? ExitStatus(m_status) : -1;
   }
   std::string Stderr() const { return ReadFile(m_errPath); }
+  std::string Stdout() const { return ReadFile(m_outPath); }
 
  private:
   pid_t m_pid = -1;
