@@ -23,13 +23,17 @@ namespace {
 
 const char* const USAGE =
     "usage: ColumnTool SUBCOMMAND ...\n"
-    "  check CONFIG                      load CONFIG as the agent does and report every entry\n"
+    "  check [--start] CONFIG            load CONFIG as the agent does and report every entry\n"
+    "                                    (--start: fail only when the agent would end at start-up\n"
+    "                                    or watch no entry; for a service's start)\n"
     "  replay [--raw] [--all] CONFIG LOGFILE [ENTRY]\n"
     "                                    run the entries' line filter and rules over LOGFILE once\n"
     "  encode [IN [OUT]]                 readable {~} / {|} notation -> separator bytes\n"
     "  decode [IN [OUT]]                 separator bytes -> readable notation\n"
     "  events [--raw] DIR                the waiting out_ event files of DIR, oldest first\n"
-    "IN and OUT default to standard input and output (\"-\" names them too).\n";
+    "  --version                         the version\n"
+    "IN and OUT default to standard input and output (\"-\" names them too); encode drops\n"
+    "the carriage returns of CRLF line ends.\n";
 
 struct FileCloser {
   void operator()(FILE* l_pstFd) const { fclose(l_pstFd); }
@@ -158,7 +162,11 @@ std::string fgShowText(const std::string& l_strText) {
 }
 
 int fgToolEncode(int argc, char** argv, bool l_bEncode) {
-  return fgToolFilter(argc, argv, l_bEncode ? fgEncodeSeparators : fgDecodeSeparators);
+  // A configuration saved with CRLF line ends would keep a carriage return at
+  // the end of every value: encoding drops them.
+  const auto l_fEncode = [](const std::string& l_strText) { return fgEncodeSeparators(fgDropLineEndReturns(l_strText)); };
+  if (l_bEncode) return fgToolFilter(argc, argv, l_fEncode);
+  return fgToolFilter(argc, argv, fgDecodeSeparators);
 }
 
 // The hand-off names carry the cycle's start time after a fixed prefix, so
@@ -242,6 +250,10 @@ int main(int argc, char** argv) {
   if (l_strCommand == "encode") return fgToolEncode(argc - 1, argv + 1, true);
   if (l_strCommand == "decode") return fgToolEncode(argc - 1, argv + 1, false);
   if (l_strCommand == "events") return fgToolEvents(argc - 1, argv + 1);
+  if (l_strCommand == "--version") {
+    printf("ColumnTool %s\n", COLUMNLOGS_VERSION);
+    return TOOL_EXIT_OK;
+  }
   if (l_strCommand == "-h" || l_strCommand == "--help" || l_strCommand == "help") {
     printf("%s", USAGE);
     return TOOL_EXIT_OK;

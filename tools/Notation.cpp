@@ -44,3 +44,22 @@ std::string fgDecodeSeparators(const std::string& l_strBytes) {
 bool fgHasReadableNotation(const std::string& l_strText) {
   return l_strText.find(READABLE_TILDE) != std::string::npos || l_strText.find(READABLE_BAR) != std::string::npos;
 }
+
+bool fgHasSeparatorMistake(const std::string& l_strText) {
+  if (fgHasReadableNotation(l_strText)) return true;
+  for (size_t l_nPos = l_strText.find('~'); l_nPos != std::string::npos; l_nPos = l_strText.find('~', l_nPos + 1)) {
+    if (l_nPos + 1 < SEP_LEN || l_strText.compare(l_nPos + 1 - SEP_LEN, SEP_LEN, BYTES_TILDE) != 0) return true;
+  }
+  return false;
+}
+
+std::string fgDropLineEndReturns(const std::string& l_strText) {
+  std::string l_strOut;
+  l_strOut.reserve(l_strText.size());
+  for (size_t l_nPos = 0; l_nPos < l_strText.size(); ++l_nPos) {
+    const bool l_bLineEnd = l_nPos + 1 == l_strText.size() || l_strText[l_nPos + 1] == '\n';
+    if (l_strText[l_nPos] == '\r' && l_bLineEnd) continue;
+    l_strOut += l_strText[l_nPos];
+  }
+  return l_strOut;
+}

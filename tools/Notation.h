@@ -17,3 +17,11 @@ std::string fgDecodeSeparators(const std::string& l_strBytes);
 // true when the text still holds the readable notation (a configuration
 // value written with "{~}" where the agent needs the real bytes).
 bool fgHasReadableNotation(const std::string& l_strText);
+// true when the text holds the readable notation or a '~' that is not the
+// last byte of a tilde separator: a value typed with a plain tilde, which the
+// agent cannot divide.
+bool fgHasSeparatorMistake(const std::string& l_strText);
+// The text with the carriage return of every CRLF line end dropped (and one
+// at the very end): a configuration saved by a Windows editor. Other
+// carriage returns stay.
+std::string fgDropLineEndReturns(const std::string& l_strText);

@@ -53,11 +53,17 @@ class Report {
   void Error(const char* l_pstrFormat, ...) __attribute__((format(printf, 2, 3))) {
     va_list l_vaArgs;
     va_start(l_vaArgs, l_pstrFormat);
-    printf("  error: ");
-    vprintf(l_pstrFormat, l_vaArgs);
+    VError(l_pstrFormat, l_vaArgs);
     va_end(l_vaArgs);
-    printf("\n");
-    ++m_nErrors;
+  }
+  // An error that ends the agent at start-up: the only kind, with no entry
+  // loaded, that `check --start` fails on.
+  void StartError(const char* l_pstrFormat, ...) __attribute__((format(printf, 2, 3))) {
+    va_list l_vaArgs;
+    va_start(l_vaArgs, l_pstrFormat);
+    VError(l_pstrFormat, l_vaArgs);
+    va_end(l_vaArgs);
+    ++m_nStartErrors;
   }
   void Warning(const char* l_pstrFormat, ...) __attribute__((format(printf, 2, 3))) {
     va_list l_vaArgs;
@@ -69,7 +75,16 @@ class Report {
     ++m_nWarnings;
   }
   int m_nErrors = 0;
+  int m_nStartErrors = 0;
   int m_nWarnings = 0;
+
+ private:
+  void VError(const char* l_pstrFormat, va_list l_vaArgs) {
+    printf("  error: ");
+    vprintf(l_pstrFormat, l_vaArgs);
+    printf("\n");
+    ++m_nErrors;
+  }
 };
 
 std::string fKey(int l_nIndx, const char* l_pstrSuffix) {
@@ -131,7 +146,7 @@ void fCheckLogging(CConfManager* l_pclStore, Report& l_clReport) {
 
   if (l_pstrLogPath == nullptr) {
     l_clReport.Line("LOG_PATH      missing");
-    l_clReport.Error("LOG_PATH is missing: the agent ends at start-up with status 0 and no message");
+    l_clReport.StartError("LOG_PATH is missing: the agent ends at start-up with status 0 and no message");
   } else {
     l_clReport.Line("LOG_PATH      %s  (diagnostic log files %sYYYYMMDD_SER.log)", fQuote(l_pstrLogPath).c_str(),
                     fgShowText(l_pstrLogPath).c_str());
@@ -148,7 +163,7 @@ void fCheckLogging(CConfManager* l_pclStore, Report& l_clReport) {
   }
   if (l_pstrValidDay == nullptr) {
     l_clReport.Line("LOG_VALIDDAY  missing");
-    l_clReport.Error("LOG_VALIDDAY is missing: the agent prints \"LOG_VALIDDAY is NULL\" and ends at start-up");
+    l_clReport.StartError("LOG_VALIDDAY is missing: the agent prints \"LOG_VALIDDAY is NULL\" and ends at start-up");
   } else {
     long l_lDays = strtol(l_pstrValidDay, nullptr, 10);
     if (l_lDays < 1) l_lDays = VALID_DAY_DEFAULT;
@@ -158,7 +173,7 @@ void fCheckLogging(CConfManager* l_pclStore, Report& l_clReport) {
   }
   if (l_pstrLogMode == nullptr) {
     l_clReport.Line("LOG_MODE      missing");
-    l_clReport.Error("LOG_MODE is missing: the agent prints \"LOG_MODE is NULL\" and ends at start-up");
+    l_clReport.StartError("LOG_MODE is missing: the agent prints \"LOG_MODE is NULL\" and ends at start-up");
   } else if (strcmp(l_pstrLogMode, "DEBUG") == 0 || strcmp(l_pstrLogMode, "NORMAL") == 0 ||
              strcmp(l_pstrLogMode, "ERROR") == 0) {
     l_clReport.Line("LOG_MODE      %s", fQuote(l_pstrLogMode).c_str());
@@ -186,7 +201,7 @@ void fCheckOutput(CColumnLogger& l_clLogger, const ST_TOOL_LOAD& l_stLoad, Repor
     // The loader names the key on standard error ("... is NULL", "... is too long").
     std::string l_strReason = l_stLoad.m_strStderr;
     while (!l_strReason.empty() && l_strReason.back() == '\n') l_strReason.pop_back();
-    l_clReport.Error("%s: the agent ends at start-up",
+    l_clReport.StartError("%s: the agent ends at start-up",
                      l_strReason.empty() ? "the monitoring keys were refused" : fgShowText(l_strReason).c_str());
     return;
   }
@@ -222,8 +237,8 @@ void fCheckOutput(CColumnLogger& l_clLogger, const ST_TOOL_LOAD& l_stLoad, Repor
   }
   const std::string l_strDir = fPrefixDirectory(l_strOut);
   if (!fIsWritableDirectory(l_strDir)) {
-    l_clReport.Warning("directory %s of OUTPUT_PATH does not exist or is not writable by this user: events are "
-                       "dropped",
+    l_clReport.Error("directory %s of OUTPUT_PATH does not exist or is not writable by this user: events are "
+                     "dropped",
                        fQuote(l_strDir.c_str()).c_str());
   }
   const int l_nWaiting = l_clLogger.fCheckLimitFile();
@@ -456,6 +471,12 @@ int fCheckEntry(CColumnLogger& l_clLogger, int l_nIndx, const std::vector<std::s
       ++l_nReasons;
     }
     if (l_nReasons == 0) l_clReport.Line("LOG%02d rejected by the loader", l_nIndx);
+    for (int l_nKey = 0; l_nKey < ENTRY_KEY_COUNT; ++l_nKey) {
+      if (!fgHasSeparatorMistake(l_vpstrValues[l_nKey])) continue;
+      l_clReport.Line("  hint: %s holds \"{~}\", \"{|}\" or a plain \"~\": write the separators with ColumnTool encode",
+                      fKey(l_nIndx, ENTRY_SUFFIXES[l_nKey]).c_str());
+      break;
+    }
     return 1;
   }
 
@@ -494,6 +515,27 @@ void fCheckLineRate(CColumnLogger& l_clLogger, Report& l_clReport) {
     if (l_pstrLastValue != nullptr && strcmp(l_pstrValue, l_pstrLastValue) == 0) continue;
     l_clReport.Warning("%s is not in force: only the thresholds of the last loaded entry (%s) count", l_strKey.c_str(),
                        l_strLastKey.c_str());
+  }
+  if (l_strInForce.empty()) return;
+  // Lines of an entry without date rules all carry the time key 0, so they
+  // count as one second of their own, whatever their real time.
+  std::string l_strUndated;
+  for (ST_LOGFILE_INFO* l_pstLog : l_vpstLogs) {
+    bool l_bDated = false;
+    CDatePatternList* l_pclDate = l_clLogger.m_pclDatePatternList;
+    for (ST_DATE_PATTERN_LIST* l_pstRule = l_pclDate->fGetHeadNode(); l_pstRule != nullptr && !l_bDated;
+         l_pstRule = l_pstRule->m_pstNext) {
+      l_bDated = l_pstRule->m_nIndex == l_pstLog->m_nIndx;
+    }
+    if (l_bDated) continue;
+    char l_strName[8];
+    snprintf(l_strName, sizeof(l_strName), "LOG%02d", l_pstLog->m_nIndx);
+    l_strUndated += (l_strUndated.empty() ? "" : ", ") + std::string(l_strName);
+  }
+  if (!l_strUndated.empty()) {
+    l_clReport.Warning("line-rate thresholds are in force but %s ha%s no date column: the lines of entries without "
+                       "date columns all count as one second (time key 0), whatever their real time",
+                       l_strUndated.c_str(), l_strUndated.size() > 5 ? "ve" : "s");
   }
 }
 
@@ -567,11 +609,14 @@ std::vector<std::string> fSplitLines(const std::string& l_strText) {
 }  // namespace
 
 int fgToolCheck(int argc, char** argv) {
-  if (argc != 2) {
-    fprintf(stderr, "usage: ColumnTool check CONFIG\n");
+  // --start: the same report, but only a configuration with which the agent
+  // ends at start-up or watches nothing fails (a service's start check).
+  const bool l_bStart = argc == 3 && strcmp(argv[1], "--start") == 0;
+  if (argc != 2 && !l_bStart) {
+    fprintf(stderr, "usage: ColumnTool check [--start] CONFIG\n");
     return TOOL_EXIT_USAGE;
   }
-  const char* l_pstrPath = argv[1];
+  const char* l_pstrPath = argv[argc - 1];
   CColumnLogger l_clLogger;
   const ST_TOOL_LOAD l_stLoad = fgToolLoad(l_clLogger, l_pstrPath);
   if (l_clLogger.m_pclConfManager == nullptr) {
@@ -584,7 +629,7 @@ int fgToolCheck(int argc, char** argv) {
   Report l_clReport;
   l_clReport.Line("configuration %s", l_pstrPath);
   if (strlen(l_pstrPath) > AGENT_CONF_PATH_MAX) {
-    l_clReport.Error("the path is longer than %zu characters: the agent refuses it", AGENT_CONF_PATH_MAX);
+    l_clReport.StartError("the path is longer than %zu characters: the agent refuses it", AGENT_CONF_PATH_MAX);
   }
   fCheckLogging(l_clLogger.m_pclConfManager, l_clReport);
   fCheckOutput(l_clLogger, l_stLoad, l_clReport);
@@ -606,5 +651,11 @@ int fgToolCheck(int argc, char** argv) {
   l_clReport.Line("summary: %d entr%s loaded, %d skipped or rejected; %d error%s, %d warning%s", l_nLoaded,
                   l_nLoaded == 1 ? "y" : "ies", l_nSkipped, l_clReport.m_nErrors, l_clReport.m_nErrors == 1 ? "" : "s",
                   l_clReport.m_nWarnings, l_clReport.m_nWarnings == 1 ? "" : "s");
+  if (l_bStart) {
+    if (l_clReport.m_nStartErrors == 0 && l_nLoaded > 0) return TOOL_EXIT_OK;
+    fprintf(stderr, "ColumnTool check: %s: not starting the agent\n",
+            l_clReport.m_nStartErrors > 0 ? "the agent would end at start-up" : "the agent would watch no entry");
+    return TOOL_EXIT_PROBLEMS;
+  }
   return (l_nSkipped > 0 || l_clReport.m_nErrors > 0) ? TOOL_EXIT_PROBLEMS : TOOL_EXIT_OK;
 }
