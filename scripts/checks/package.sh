@@ -66,9 +66,26 @@ x="$out/extracted"
 dpkg-deb -x "$deb" "$x"
 unit="$x/lib/systemd/system/columnlogs.service"
 for line in "WorkingDirectory=/opt/columnlogs/agent/work" \
-  "ExecStart=/opt/columnlogs/bin/ColumnLogs /opt/columnlogs/etc/columnlogs.conf" "Restart=always"; do
+  "ExecStart=/opt/columnlogs/bin/ColumnLogs /opt/columnlogs/etc/columnlogs.conf" "Restart=always" \
+  "ExecStartPre=/opt/columnlogs/bin/ColumnTool check --start /opt/columnlogs/etc/columnlogs.conf" \
+  "User=columnlogs" "SupplementaryGroups=adm" "NoNewPrivileges=yes" "ProtectSystem=strict" \
+  "ReadWritePaths=/opt/columnlogs/agent /opt/columnlogs/var/log /opt/columnlogs/var/out /opt/columnlogs/etc" \
+  "ProtectHome=read-only" "PrivateTmp=yes" "ProtectKernelTunables=yes" "CapabilityBoundingSet="; do
   grep -qxF "$line" "$unit" || fail "unit lacks the line $line"
 done
+# The exposure score systemd gives the unit (0 best, 10 worst); the README
+# quotes it. Without the program the check says so and goes on.
+if command -v systemd-analyze >/dev/null; then
+  score=$(systemd-analyze security --offline=true "$unit" 2>/dev/null | sed -n 's/^.*Overall exposure level for [^:]*: \([0-9.]*\).*$/\1/p')
+  echo "package: systemd-analyze security exposure ${score:-unknown}"
+  awk -v s="${score:-99}" 'BEGIN { exit !(s <= 1.0) }' || fail "unit exposure ${score:-unknown} is above 1.0"
+else
+  echo "package: systemd-analyze is not installed: the unit's exposure is not checked" >&2
+fi
+depends=$(dpkg-deb -f "$deb" Depends)
+echo "package: Depends: $depends"
+awk -F', ' '{ for (i = 1; i <= NF; i++) if ($i !~ /\(>= [^)]+\)$/) { print $i; bad = 1 } } END { exit bad }' <<<"$depends" >/dev/null \
+  || fail "a dependency carries no version: $depends"
 conf="$x/opt/columnlogs/etc/columnlogs.conf"
 grep -q $'\x03\x1f\x7e' "$conf" || fail "configuration holds no separator bytes"
 if grep -v '^#' "$conf" | grep -qF '{~}'; then fail "configuration still holds the readable notation"; fi
@@ -80,6 +97,33 @@ if ! "$x/opt/columnlogs/bin/ColumnTool" check --start "$conf" >"$out/check.txt" 
   fail "the packaged configuration does not load"
 fi
 grep -q "summary: 4 entries loaded, 0 skipped or rejected" "$out/check.txt" || fail "not every example entry loads"
+
+# Install and purge on this machine, as root and only when no columnlogs
+# package or user is here already (never over an operator's install): the
+# user, its groups and folders, then a purge that leaves nothing of them.
+if [ "$(id -u)" -eq 0 ] && ! dpkg -s columnlogs >/dev/null 2>&1 && ! getent passwd columnlogs >/dev/null \
+  && [ ! -e /opt/columnlogs ]; then
+  dpkg -i "$deb" >"$out/install.log" 2>&1 || { cat "$out/install.log" >&2; fail "dpkg -i failed"; }
+  id -nG columnlogs 2>/dev/null | grep -qw adm || fail "the user columnlogs is missing or not in adm"
+  for dir in agent/work var/out var/log; do
+    [ "$(stat -c %U /opt/columnlogs/$dir)" = columnlogs ] || fail "/opt/columnlogs/$dir is not the agent user's"
+  done
+  # A run of the agent as its user leaves run-time files behind.
+  (cd /opt/columnlogs/agent/work && timeout 3 setpriv --reuid=columnlogs --regid=columnlogs --init-groups \
+    /opt/columnlogs/bin/ColumnLogs /opt/columnlogs/etc/columnlogs.conf) || true
+  [ -e /opt/columnlogs/agent/work/LoggerAlive ] || fail "the agent did not run as its user in its work folder"
+  touch /opt/columnlogs/var/logs/operator-file.log  # not the package's: stays
+  dpkg --purge columnlogs >"$out/purge.log" 2>&1 || { cat "$out/purge.log" >&2; fail "dpkg --purge failed"; }
+  getent passwd columnlogs >/dev/null && fail "purge left the user columnlogs"
+  getent group columnlogs >/dev/null && fail "purge left the group columnlogs"
+  left=$(cd / && find opt/columnlogs 2>/dev/null | sort | tr '\n' ' ')
+  [ "$left" = "opt/columnlogs opt/columnlogs/var opt/columnlogs/var/logs opt/columnlogs/var/logs/operator-file.log " ] \
+    || fail "purge left or removed the wrong files: $left"
+  rm -rf /opt/columnlogs
+  echo "package: installed, ran as columnlogs, purged"
+else
+  echo "package: install and purge not tried (not root, or a columnlogs install is already here)"
+fi
 
 if [ "$failures" -gt 0 ]; then
   echo "package: $failures problem(s)" >&2
