@@ -12,6 +12,9 @@ TEST(InstallTree, TheAgentRunsFromItsWorkingDirectoryWithTheInstalledConfigurati
   const std::string conf = ReadFile(root + "/etc/columnlogs.conf");
   EXPECT_NE(conf.find("LOG_PATH=" + root + "/var/log/\n"), std::string::npos);
   EXPECT_NE(conf.find("OUTPUT_PATH=" + root + "/var/out/\n"), std::string::npos);
+  const RunResult check = Tool({"check", root + "/etc/columnlogs.conf"});  // the example as shipped: clean
+  EXPECT_NE(check.out.find("summary: 4 entries loaded, 0 skipped or rejected; 0 errors, 0 warnings"), std::string::npos)
+      << check.out;
   // Installing again keeps the operator's configuration.
   ASSERT_TRUE(WriteFile(root + "/etc/columnlogs.conf", conf + "# edited\n"));
   EXPECT_EQ(RunProgram(install).status, 0);
