@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 
+#include "AgentStatus.h"
 #include "ColumnLogger.h"
 #include "CommonConst.h"
 #include "CommonFunc.h"
@@ -29,6 +30,15 @@ long g_lLineLen = 0;
 bool fSameGroup(const ST_LOGFILE_INFO* l_pstA, const ST_LOGFILE_INFO* l_pstB) {
   return l_pstB->m_nGatherFlag == 0 && l_pstA->m_chCreateType == l_pstB->m_chCreateType &&
          l_pstA->m_nLogType == l_pstB->m_nLogType && strcmp(l_pstA->m_strLogFile, l_pstB->m_strLogFile) == 0;
+}
+
+// A whole line read in the turn of `l_pstFirst` counts for every entry that
+// shares the read (status file only).
+void fCountLineRead(ST_LOGFILE_INFO* l_pstFirst, long l_lBytes) {
+  for (ST_LOGFILE_INFO* l_pstMember = l_pstFirst; l_pstMember != nullptr; l_pstMember = l_pstMember->m_pstNext) {
+    if (l_pstMember == l_pstFirst || fSameGroup(l_pstFirst, l_pstMember))
+      g_pclAgentStatus->fLineRead(l_pstMember->m_nIndx, l_lBytes);
+  }
 }
 
 // Reads a watched log piece by piece, a piece being what fgets would give:
@@ -157,8 +167,12 @@ int CColumnLogger::fLineFilter(ST_LOGFILE_INFO* l_pstMember, char* l_pstrOpenNam
 void CColumnLogger::fOfferLine(ST_LOGFILE_INFO* l_pstLogFileInfo, char* l_pstrOpenName) {
   for (ST_LOGFILE_INFO* l_pstMember = l_pstLogFileInfo; l_pstMember != nullptr; l_pstMember = l_pstMember->m_pstNext) {
     if (l_pstMember != l_pstLogFileInfo && !fSameGroup(l_pstLogFileInfo, l_pstMember)) continue;
-    if (fLineFilter(l_pstMember, l_pstrOpenName) == 1 && m_nFaultSendIncrease <= m_nFaultSendLimit) {
+    if (fLineFilter(l_pstMember, l_pstrOpenName) != 1) continue;
+    if (m_nFaultSendIncrease <= m_nFaultSendLimit) {
+      if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fLineEvaluated(l_pstMember->m_nIndx);
       fColumnIndexFind(l_pstMember->m_nIndx, l_pstMember->m_nSecLogCntFaultLevel, l_pstMember->m_nSecLogCount);
+    } else if (g_pclAgentStatus != nullptr) {
+      g_pclAgentStatus->fLinePassedOver(l_pstMember->m_nIndx);
     }
   }
 }
@@ -177,6 +191,12 @@ void CColumnLogger::fReadTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd, 
       fprintf(stderr, "LINE READ COUNT OVER[%d] SLEEP...\n", l_nThrottle);
       l_nThrottle = 0;
       fgUSleep(READ_THROTTLE_USEC);
+      // A turn that cannot catch up never returns to the main loop: the
+      // status file is kept current from here.
+      if (g_pclAgentStatus != nullptr) {
+        g_pclAgentStatus->fReadPause();
+        if (g_pclAgentStatus->fDue(time(nullptr))) g_pclAgentStatus->fWrite(*this, time(nullptr));
+      }
     }
 
     *l_plUnfinished += l_lPieceLen;
@@ -193,6 +213,7 @@ void CColumnLogger::fReadTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd, 
     if (l_strPiece[l_lPieceLen - 1] != '\n') continue;
 
     *l_plUnfinished = 0;
+    if (g_pclAgentStatus != nullptr) fCountLineRead(l_pstLogFileInfo, g_lLineLen);
     l_pstrLine[--g_lLineLen] = '\0';
     if (l_pstrLine[0] != '\0') {
       if (m_lOriginalBufSize < g_lLineBufSize) {
@@ -261,6 +282,7 @@ void CColumnLogger::fHandOff() {
   const bool l_bNamed = fHandOffName(l_strOutName, sizeof(l_strOutName));
   if (l_bNamed && rename(m_strOutPutFileName, l_strOutName) == 0) return;
   const int l_nErrno = l_bNamed ? errno : ENAMETOOLONG;
+  if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fHandOffFailure();
   // The command holds OUTPUT_PATH unquoted: with a blank, a quote or a "$" in
   // it the shell would run something else. The event file then stays under
   // its "ing_" name, as after a failed command.
@@ -277,7 +299,10 @@ int CColumnLogger::fLogGather() {
   fgLogRecord(3, "LOG", "LogGather start");
   const int l_nWaiting = fCheckLimitFile();
   fgLogRecord(3, "LOG", "Old Event Count = %d", l_nWaiting);
-  if (l_nWaiting >= OUTPUT_BACKLOG_LIMIT) return 1;
+  if (l_nWaiting >= OUTPUT_BACKLOG_LIMIT) {
+    if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fCycleSkippedSpool(l_nWaiting);
+    return 1;
+  }
 
   m_pclLogFileList->fInitGatherFlag();
   fReleaseCycleBuffers();
@@ -297,8 +322,10 @@ int CColumnLogger::fLogGather() {
   if (l_nWaiting != 0 && fHandOffTaken()) {
     m_bNamesPending = false;
     fReleaseCycleBuffers();
+    if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fCycleSkippedTaken();
     return 1;
   }
+  if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fCycleRun(l_nWaiting);
   m_nFaultFoundFlag = 0;
   m_bHoldEvents = true;
 

@@ -10,6 +10,7 @@
 #include <ctime>
 #include <memory>
 
+#include "AgentStatus.h"
 #include "ColumnLogger.h"
 #include "CommonConst.h"
 #include "CommonFunc.h"
@@ -32,6 +33,7 @@ struct DirCloser {
 int CColumnLogger::fMakeOutFile(ST_NUM_PATTERN_LIST* l_pstNumPatternList, int l_nType, char* l_pstrValueMsg) {
   m_nFaultFoundFlag = 1;
   m_nFaultSendIncrease++;
+  if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fEvent(EVENT_KIND_NUMERIC);
   if (l_pstNumPatternList == nullptr) return RESULT_FAIL;
   return fAppendRuleEvent(l_pstNumPatternList->m_nIndex, l_nType, l_pstNumPatternList->m_nFaultLevel,
                           l_pstNumPatternList->m_nComumnNum, l_pstrValueMsg);
@@ -40,6 +42,7 @@ int CColumnLogger::fMakeOutFile(ST_NUM_PATTERN_LIST* l_pstNumPatternList, int l_
 int CColumnLogger::fMakeOutFile(ST_CHAR_PATTERN_LIST* l_pstCharPatternList, int l_nType, char* l_pstrValueMsg) {
   m_nFaultFoundFlag = 1;
   m_nFaultSendIncrease++;
+  if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fEvent(EVENT_KIND_TEXT);
   if (l_pstCharPatternList == nullptr) return RESULT_FAIL;
   return fAppendRuleEvent(l_pstCharPatternList->m_nIndex, l_nType, l_pstCharPatternList->m_nFaultLevel,
                           l_pstCharPatternList->m_nComumnNum, l_pstrValueMsg);
@@ -67,6 +70,7 @@ int CColumnLogger::fAppendRuleEvent(int l_nIndex, int l_nType, int l_nFaultLevel
 int CColumnLogger::fMakeOutFile(char* l_pstrValueMsg) {
   m_nFaultSendIncrease++;
   m_nFaultFoundFlag = 1;
+  if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fEvent(EVENT_KIND_LINE_RATE);
   if (l_pstrValueMsg == nullptr) return RESULT_FAIL;
   return fAppendEvent(l_pstrValueMsg, strlen(l_pstrValueMsg));
 }
@@ -110,7 +114,10 @@ int CColumnLogger::fWriteEventFile(const char* l_pstrText, size_t l_nLen) {
   fMakeCycleNames();
   // fgOpen adds close-on-exec, so the shell of the close-out command never inherits it.
   const int l_nFd = fgOpen(m_strOutPutFileName, O_RDWR | O_CREAT | O_APPEND, 0666);
-  if (l_nFd < 0) return RESULT_FAIL;
+  if (l_nFd < 0) {
+    if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fWriteFailure();
+    return RESULT_FAIL;
+  }
   size_t l_nDone = 0;
   while (l_nDone < l_nLen) {
     const ssize_t l_nWritten = write(l_nFd, l_pstrText + l_nDone, l_nLen - l_nDone);
@@ -122,6 +129,7 @@ int CColumnLogger::fWriteEventFile(const char* l_pstrText, size_t l_nLen) {
   const int l_nSavedErrno = errno;
   const int l_nClose = close(l_nFd);
   if (l_nDone != l_nLen || l_nClose != 0) {
+    if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fWriteFailure();
     if (l_nDone != l_nLen) errno = l_nSavedErrno;
     return RESULT_FAIL;
   }

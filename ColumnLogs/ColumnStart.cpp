@@ -1,6 +1,7 @@
 // Entry of the agent: one argument, the configuration file path. Start-up
 // failures end the process with status 0; afterwards it runs until killed.
 #include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -9,6 +10,7 @@
 #include <memory>
 #include <new>
 
+#include "AgentStatus.h"
 #include "ColumnLogger.h"
 #include "CommonConst.h"
 #include "CommonFunc.h"
@@ -37,6 +39,28 @@ void fRefreshHeartbeat() {
   remove(HEARTBEAT_FILE);
   const int l_nFd = fgOpen(HEARTBEAT_FILE, O_RDONLY | O_CREAT, 0444);
   if (l_nFd >= 0) close(l_nFd);
+}
+
+// Set by SIGTERM and SIGINT while a status file is kept: the main loop
+// writes it one last time and ends.
+volatile sig_atomic_t g_nStopRequested = 0;
+void fOnStopSignal(int) { g_nStopRequested = 1; }
+
+// STATUS_FILE: the health figures, kept only when the key is set. A stop
+// signal then ends the agent between cycles, after a last write (without the
+// key the signals keep their default action).
+std::unique_ptr<CAgentStatus> fMakeAgentStatus(CConfManager* l_pclConfManager, time_t l_tStart) {
+  char l_strKey[] = "STATUS_FILE";
+  const char* l_pstrPath = l_pclConfManager->fGetOpt(l_strKey);
+  if (l_pstrPath == nullptr || l_pstrPath[0] == '\0') return nullptr;
+  std::unique_ptr<CAgentStatus> l_pclStatus(new (std::nothrow) CAgentStatus(l_pstrPath, l_tStart));
+  if (!l_pclStatus) return nullptr;
+  struct sigaction l_stAction = {};
+  l_stAction.sa_handler = fOnStopSignal;
+  sigemptyset(&l_stAction.sa_mask);
+  sigaction(SIGTERM, &l_stAction, nullptr);
+  sigaction(SIGINT, &l_stAction, nullptr);
+  return l_pclStatus;
 }
 
 }  // namespace
@@ -83,6 +107,9 @@ int main(int argc, char** argv) {
     return 0;
   }
 
+  const std::unique_ptr<CAgentStatus> l_pclStatus = fMakeAgentStatus(l_pclLogger->m_pclConfManager, time(nullptr));
+  g_pclAgentStatus = l_pclStatus.get();
+
   time_t l_tLastGather = 0;
   time_t l_tLastHeartbeat = 0;
   for (;;) {
@@ -96,6 +123,15 @@ int main(int argc, char** argv) {
       fRefreshHeartbeat();
       l_tLastHeartbeat = l_tBeatClock;
     }
+    if (l_pclStatus != nullptr && (g_nStopRequested != 0 || l_pclStatus->fDue(l_tBeatClock))) {
+      l_pclStatus->fWrite(*l_pclLogger, l_tBeatClock);
+    }
+    if (g_nStopRequested != 0) break;
     fgUSleep(MAIN_LOOP_USEC);
   }
+  fgLogRecord(3, "LOG", "stop requested: status file written, agent ends");
+  g_pclAgentStatus = nullptr;
+  delete g_pclOmniLog;
+  g_pclOmniLog = nullptr;
+  return 0;
 }

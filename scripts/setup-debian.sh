@@ -18,7 +18,8 @@ tools=(
   "systemd-analyze systemd"
 )
 # Libraries and headers the build links, found by their package only.
-libraries=(libgtest-dev libgmock-dev libbenchmark-dev libclang-rt-14-dev)
+# python3-prometheus-client is the real parser the status file's test checks it with.
+libraries=(libgtest-dev libgmock-dev libbenchmark-dev libclang-rt-14-dev python3-prometheus-client)
 
 check_tools() {
   local missing=0 entry program package

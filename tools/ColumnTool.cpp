@@ -31,6 +31,8 @@ const char* const USAGE =
     "  encode [IN [OUT]]                 readable {~} / {|} notation -> separator bytes\n"
     "  decode [IN [OUT]]                 separator bytes -> readable notation\n"
     "  events [--raw] DIR                the waiting out_ event files of DIR, oldest first\n"
+    "  status [CONFIG]                   the running agent's status file (STATUS_FILE) as a table with\n"
+    "                                    warnings; status 1 while a warning stands\n"
     "  --version                         the version\n"
     "IN and OUT default to standard input and output (\"-\" names them too); encode drops\n"
     "the carriage returns of CRLF line ends.\n";
@@ -250,6 +252,7 @@ int main(int argc, char** argv) {
   if (l_strCommand == "encode") return fgToolEncode(argc - 1, argv + 1, true);
   if (l_strCommand == "decode") return fgToolEncode(argc - 1, argv + 1, false);
   if (l_strCommand == "events") return fgToolEvents(argc - 1, argv + 1);
+  if (l_strCommand == "status") return fgToolStatus(argc - 1, argv + 1);
   if (l_strCommand == "--version") {
     printf("ColumnTool %s\n", COLUMNLOGS_VERSION);
     return TOOL_EXIT_OK;

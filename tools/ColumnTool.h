@@ -38,3 +38,4 @@ int fgToolCheck(int argc, char** argv);
 int fgToolReplay(int argc, char** argv);
 int fgToolEncode(int argc, char** argv, bool l_bEncode);
 int fgToolEvents(int argc, char** argv);
+int fgToolStatus(int argc, char** argv);

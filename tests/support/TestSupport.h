@@ -187,6 +187,7 @@ class AgentProcess {
   }
   std::string Stderr() const { return ReadFile(m_errPath); }
   std::string Stdout() const { return ReadFile(m_outPath); }
+  bool Signal(int sig) const { return m_pid > 0 && !m_reaped && kill(m_pid, sig) == 0; }
 
  private:
   pid_t m_pid = -1;
@@ -243,8 +244,9 @@ class AgentDir {
     return Path("logs/app.log");
   }
   void Start(const std::vector<WatchEntry>& entries, const std::string& logDir = "log",
-             const std::string& outDir = "out", bool unprivileged = false) {  // as nobody if `unprivileged` under root
-    std::string config = GlobalLines(Dir(), "NORMAL", logDir, outDir);
+             const std::string& outDir = "out", bool unprivileged = false,  // as nobody if `unprivileged` under root
+             const std::string& extraKeys = "") {
+    std::string config = GlobalLines(Dir(), "NORMAL", logDir, outDir) + extraKeys;
     for (const auto& e : entries) config += EntryLines(e);
     EXPECT_TRUE(WriteFile(Path("agent.conf"), config));
     m_logDir = logDir, m_outDir = outDir;
@@ -280,6 +282,7 @@ class AgentDir {
     return PollFor([&] { return Count(Diag(), "LogGather end") >= start + static_cast<size_t>(cycles); }, ms);
   }
   void Stop() { m_agent.reset(); }  // as a kill or a reboot would
+  AgentProcess& Agent() { return *m_agent; }
   bool Running() { return m_agent && m_agent->Wait(0) == -1; }
   std::string Stderr() const { return m_agent ? m_agent->Stderr() : ""; }
 
