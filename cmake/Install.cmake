@@ -54,6 +54,13 @@ install(CODE [[
       string(SUBSTRING "${columnlogs_text}" ${columnlogs_body} -1 columnlogs_text)
     endif()
     string(REPLACE "@RUN@" "${columnlogs_root}/var" columnlogs_text "${columnlogs_text}")
+    # In the package's prefix the status file goes where node_exporter's
+    # textfile collector reads on Debian; elsewhere into the tree.
+    if(columnlogs_root STREQUAL "/opt/columnlogs")
+      string(REPLACE "@STATUS@" "/var/lib/prometheus/node-exporter" columnlogs_text "${columnlogs_text}")
+    else()
+      string(REPLACE "@STATUS@" "${columnlogs_root}/var" columnlogs_text "${columnlogs_text}")
+    endif()
     string(ASCII 3 31 126 columnlogs_tilde)
     string(ASCII 3 31 124 columnlogs_bar)
     string(REPLACE "{~}" "${columnlogs_tilde}" columnlogs_text "${columnlogs_text}")

@@ -59,3 +59,5 @@ for ((s = 0; s <= duration + 2; s++)); do
   done
 done
 echo "done: $(cat "$run"/var/out/out_* 2>/dev/null | wc -l) events in $(ls "$run"/var/out | wc -l) files; diagnostic log in $run/var/log/"
+echo "--- the agent's status file, as ColumnTool status shows it:"
+"$run/bin/ColumnTool" status "$conf" || true

@@ -34,7 +34,8 @@ const char* const ENTRY_SUFFIXES[] = {"NAME",         "TYPE",           "CHECK_T
                                       "DELIMITOR",    "NUMBER_PATTERN", "CHAR_PATTERN", "DATE_PATTERN",
                                       "PATTERN"};
 constexpr int ENTRY_KEY_COUNT = 9;
-const char* const GLOBAL_KEYS[] = {"LOG_PATH", "LOG_MODE", "LOG_VALIDDAY", "PRINT", "OUTPUT_PATH", "LINE_WAIT_CNT"};
+const char* const GLOBAL_KEYS[] = {"LOG_PATH",    "LOG_MODE",      "LOG_VALIDDAY", "PRINT",
+                                   "OUTPUT_PATH", "LINE_WAIT_CNT", "STATUS_FILE"};
 // Retention days as the agent clamps LOG_VALIDDAY.
 constexpr long VALID_DAY_DEFAULT = 7;
 constexpr long VALID_DAY_MAX = 1000;
@@ -250,6 +251,26 @@ void fCheckOutput(CColumnLogger& l_clLogger, const ST_TOOL_LOAD& l_stLoad, Repor
                          "takes some",
                          l_nWaiting);
     }
+  }
+}
+
+// STATUS_FILE: optional; the file is replaced through a temporary file beside
+// it, so its directory must be writable.
+void fCheckStatusFile(CConfManager* l_pclStore, Report& l_clReport) {
+  const char* l_pstrPath = fGetOpt(l_pclStore, "STATUS_FILE");
+  if (l_pstrPath == nullptr || l_pstrPath[0] == '\0') {
+    l_clReport.Line("STATUS_FILE   not set  (no status file)");
+    return;
+  }
+  l_clReport.Line("STATUS_FILE   %s  (health figures every 10 s, Prometheus text format; ColumnTool status reads it)",
+                  fQuote(l_pstrPath).c_str());
+  const std::string l_strDir = fPrefixDirectory(l_pstrPath);
+  if (std::string(l_pstrPath).back() == '/') {
+    l_clReport.Warning("STATUS_FILE names a directory: give it a file name (e.g. columnlogs.prom)");
+  } else if (!fIsWritableDirectory(l_strDir)) {
+    l_clReport.Warning("directory %s of STATUS_FILE does not exist or is not writable by this user: the status file "
+                       "cannot be written",
+                       fQuote(l_strDir.c_str()).c_str());
   }
 }
 
@@ -633,6 +654,7 @@ int fgToolCheck(int argc, char** argv) {
   }
   fCheckLogging(l_clLogger.m_pclConfManager, l_clReport);
   fCheckOutput(l_clLogger, l_stLoad, l_clReport);
+  fCheckStatusFile(l_clLogger.m_pclConfManager, l_clReport);
 
   int l_nSkipped = 0;
   int l_nLoaded = 0;

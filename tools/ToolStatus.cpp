@@ -3,6 +3,7 @@
 // warning stands, so it serves as a health check.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -168,7 +169,9 @@ int fgToolStatus(int argc, char** argv) {
   printf("status file %s, written %ld s ago; agent %s running since %s\n", l_pstrStatus,
          static_cast<long>(l_tNow - l_tWritten), l_strVersion.c_str(),
          fTimeText(static_cast<time_t>(l_mapAgent["columnlogs_start_time_seconds"])).c_str());
-  printf("%-5s %-40s %10s %12s %10s %s\n", "ENTRY", "FILE", "BEHIND", "BEHIND (s)", "EVENTS/MIN", "LAST TURN");
+  int l_nWidth = 4;  // the file column fits the longest name
+  for (const auto& l_itEntry : l_mapEntries) l_nWidth = std::max(l_nWidth, static_cast<int>(l_itEntry.second.m_strFile.size()));
+  printf("%-5s %-*s %10s %12s %10s %s\n", "ENTRY", l_nWidth, "FILE", "BEHIND", "BEHIND (s)", "EVENTS/MIN", "LAST TURN");
   std::vector<std::string> l_vstrWarnings;
   for (auto& [l_strEntry, l_stRow] : l_mapEntries) {
     auto& l_mapV = l_stRow.m_mapValues;
@@ -184,7 +187,7 @@ int fgToolStatus(int argc, char** argv) {
     char l_strTurn[32];
     if (l_dTurn <= 0) snprintf(l_strTurn, sizeof(l_strTurn), "never");
     else snprintf(l_strTurn, sizeof(l_strTurn), "%ld s ago", static_cast<long>(l_tNow - static_cast<time_t>(l_dTurn)));
-    printf("%-5s %-40s %10s %12s %10.0f %s\n", ("LOG" + l_strEntry).c_str(), l_stRow.m_strFile.c_str(),
+    printf("%-5s %-*s %10s %12s %10.0f %s\n", ("LOG" + l_strEntry).c_str(), l_nWidth, l_stRow.m_strFile.c_str(),
            l_bMissing ? "missing" : fBytesText(l_dBehind).c_str(), l_strSeconds, l_mapV["events_last_minute"], l_strTurn);
     const std::string l_strWho = "LOG" + l_strEntry + ": ";
     if (l_mapV["falling_behind"] != 0) {

@@ -90,6 +90,8 @@ conf="$x/opt/columnlogs/etc/columnlogs.conf"
 grep -q $'\x03\x1f\x7e' "$conf" || fail "configuration holds no separator bytes"
 if grep -v '^#' "$conf" | grep -qF '{~}'; then fail "configuration still holds the readable notation"; fi
 grep -qxF "OUTPUT_PATH=/opt/columnlogs/var/out/" "$conf" || fail "configuration does not write events into the tree"
+grep -qxF "STATUS_FILE=/var/lib/prometheus/node-exporter/columnlogs.prom" "$conf" \
+  || fail "configuration does not keep its status file where node_exporter reads"
 # --start, as the unit runs it: the extracted tree is not at /opt, so its output
 # directory does not exist here.
 if ! "$x/opt/columnlogs/bin/ColumnTool" check --start "$conf" >"$out/check.txt" 2>&1; then
@@ -103,6 +105,9 @@ grep -q "summary: 4 entries loaded, 0 skipped or rejected" "$out/check.txt" || f
 # user, its groups and folders, then a purge that leaves nothing of them.
 if [ "$(id -u)" -eq 0 ] && ! dpkg -s columnlogs >/dev/null 2>&1 && ! getent passwd columnlogs >/dev/null \
   && [ ! -e /opt/columnlogs ]; then
+  status_dir=/var/lib/prometheus/node-exporter
+  had_status_dir=no
+  [ -d "$status_dir" ] && had_status_dir=yes
   dpkg -i "$deb" >"$out/install.log" 2>&1 || { cat "$out/install.log" >&2; fail "dpkg -i failed"; }
   id -nG columnlogs 2>/dev/null | grep -qw adm || fail "the user columnlogs is missing or not in adm"
   for dir in agent/work var/out var/log; do
@@ -112,6 +117,7 @@ if [ "$(id -u)" -eq 0 ] && ! dpkg -s columnlogs >/dev/null 2>&1 && ! getent pass
   (cd /opt/columnlogs/agent/work && timeout 3 setpriv --reuid=columnlogs --regid=columnlogs --init-groups \
     /opt/columnlogs/bin/ColumnLogs /opt/columnlogs/etc/columnlogs.conf) || true
   [ -e /opt/columnlogs/agent/work/LoggerAlive ] || fail "the agent did not run as its user in its work folder"
+  [ -e "$status_dir/columnlogs.prom" ] || fail "the agent wrote no status file into $status_dir"
   touch /opt/columnlogs/var/logs/operator-file.log  # not the package's: stays
   dpkg --purge columnlogs >"$out/purge.log" 2>&1 || { cat "$out/purge.log" >&2; fail "dpkg --purge failed"; }
   getent passwd columnlogs >/dev/null && fail "purge left the user columnlogs"
@@ -119,6 +125,8 @@ if [ "$(id -u)" -eq 0 ] && ! dpkg -s columnlogs >/dev/null 2>&1 && ! getent pass
   left=$(cd / && find opt/columnlogs 2>/dev/null | sort | tr '\n' ' ')
   [ "$left" = "opt/columnlogs opt/columnlogs/var opt/columnlogs/var/logs opt/columnlogs/var/logs/operator-file.log " ] \
     || fail "purge left or removed the wrong files: $left"
+  [ -e "$status_dir/columnlogs.prom" ] && fail "purge left the status file"
+  [ "$had_status_dir" = no ] && [ -d "$status_dir" ] && fail "purge left $status_dir, which it created"
   rm -rf /opt/columnlogs
   echo "package: installed, ran as columnlogs, purged"
 else
