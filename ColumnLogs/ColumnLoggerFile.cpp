@@ -13,15 +13,11 @@
 #include "ColumnLogger.h"
 #include "CommonConst.h"
 #include "CommonFunc.h"
+#include "Holders.h"
 #include "LogFileName.h"
 #include "OmniLog.h"
 
 namespace {
-
-struct DirCloser {
-  void operator()(DIR* l_pstDir) const { closedir(l_pstDir); }
-};
-using DirHandle = std::unique_ptr<DIR, DirCloser>;
 
 // Log types: where reading starts.
 constexpr int LOG_TYPE_FROM_END = 0;     // first look at the end, then at the saved offset

@@ -14,16 +14,13 @@
 #include "CommonConst.h"
 #include "CommonFunc.h"
 #include "EventFormat.h"
+#include "Holders.h"
 #include "OmniLog.h"
 
 namespace {
 
 // Most event lines fit here; longer ones go to one exact-size heap buffer.
 constexpr size_t EVENT_STACK_SIZE = 2048;
-
-struct DirCloser {
-  void operator()(DIR* l_pstDir) const { closedir(l_pstDir); }
-};
 
 }  // namespace
 
@@ -130,7 +127,7 @@ int CColumnLogger::fWriteEventFile(const char* l_pstrText, size_t l_nLen) {
 
 // Every entry counts, whatever it is; "." and ".." are taken off at the end.
 int CColumnLogger::fCheckLimitFile() {
-  std::unique_ptr<DIR, DirCloser> l_pstDir(opendir(m_strOutPutPath));
+  DirHandle l_pstDir(opendir(m_strOutPutPath));
   if (l_pstDir == nullptr) return RESULT_FAIL;
   int l_nCount = 0;
   while (readdir(l_pstDir.get()) != nullptr) l_nCount++;
