@@ -12,6 +12,7 @@
 #include "ColumnLogger.h"
 #include "CommonConst.h"
 #include "CommonFunc.h"
+#include "ConfVocabulary.h"
 #include "EventFormat.h"
 #include "NString.h"
 #include "OmniLog.h"
@@ -129,7 +130,7 @@ void CColumnLogger::fSetDelimitors(ST_LOGFILE_INFO* l_pstLogFileInfo) {
     return;
   }
   m_chDilimitor2 = l_pstrSave[0];
-  m_nTokFlag = strcmp(l_pstrSave, "NULL") == 0 ? 1 : 2;
+  m_nTokFlag = strcmp(l_pstrSave, VALUE_NONE) == 0 ? 1 : 2;
 }
 
 int CColumnLogger::fLineFilter(ST_LOGFILE_INFO* l_pstMember, char* l_pstrOpenName) {
@@ -139,7 +140,7 @@ int CColumnLogger::fLineFilter(ST_LOGFILE_INFO* l_pstMember, char* l_pstrOpenNam
   for (int l_nSlot = 0; l_nSlot < MAX_LINE_PATTERNS; ++l_nSlot) {
     const char* l_pstrPattern = l_pstMember->m_vstrLogPattern[l_nSlot];
     if (g_nPrint == 1) fprintf(stderr, "Pattern... Index : %d - %s\n", l_nSlot, l_pstrPattern);
-    if (strcmp(l_pstrPattern, "NULL") == 0) return 1;
+    if (strcmp(l_pstrPattern, VALUE_NONE) == 0) return 1;
     if (l_pstrPattern[0] == '\0') return 0;
     const int l_nResult = fPattComp(l_pstMember, l_nSlot, l_pstrLine);
     if (g_nPrint == 1 && g_pclOmniLog != nullptr) {

@@ -12,11 +12,12 @@
 #include "ColumnLogger.h"
 #include "CommonConst.h"
 #include "CommonFunc.h"
+#include "ConfVocabulary.h"
 #include "OmniLog.h"
 
 namespace {
 
-constexpr int CONF_PATH_BUF_SIZE = 256;  // the path may be up to 255 characters
+constexpr int CONF_PATH_BUF_SIZE = static_cast<int>(CONF_PATH_MAX) + 1;
 constexpr int USAGE_EXIT_STATUS = 2;
 const char* const HEARTBEAT_FILE = "./LoggerAlive";
 
