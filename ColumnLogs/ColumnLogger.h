@@ -41,9 +41,11 @@ class CColumnLogger {
   // is missing or too long (reported on stderr and as a record); otherwise 1.
   int fLoadConfInfo();
   // Parses and registers one entry; works on (and may write NULs into) the
-  // caller's copies. 0 on success, -1 when registration fails, or the
-  // negative result of fPatternCheck. The eight arguments between the
-  // pattern value and the thresholds have no effect.
+  // caller's copies. The entry is taken whole or refused whole: when any
+  // registration fails (memory exhausted), the watched log and every rule
+  // registered for it are removed again. 0 on success, -1 when the entry is
+  // refused, or the negative result of fPatternCheck. The eight arguments
+  // between the pattern value and the thresholds have no effect.
   int fAddLogInfo(int l_nIndx, char* l_pstrLogFileName, char l_chCreateType, int l_nLogType,
                   char* l_pstrLogFaultPattern, char* l_pstrStartPattern, char* l_pstrEndPattern,
                   int l_nAllPatternCheck, int l_nSkipTime, char* l_pstrSkipPattern, char* l_pstrExec,
@@ -151,6 +153,15 @@ class CColumnLogger {
   char* m_pstrOriginalBuf;                  // column buffer of the current cycle; owned; null between cycles
 
  private:
+  // Registration steps of fAddLogInfo, one per rule registry: each
+  // registers every rule of its (already checked) value for entry
+  // `l_nIndx`, writing NULs into it. 1 when all were registered or the value
+  // is "NULL"; -1 (after reporting the key) at the first rule that could not
+  // be stored, leaving the rules before it for the caller to remove.
+  int fRegisterNumRules(int l_nIndx, char* l_pstrValue);
+  int fRegisterCharRules(int l_nIndx, char* l_pstrValue);
+  int fRegisterDateRules(int l_nIndx, char* l_pstrValue);
+
   // Pieces of one watched log's turn in a gather cycle.
   int fOpenForTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_ppstFd, char* l_pstrOpenName);
   void fSetDelimitors(ST_LOGFILE_INFO* l_pstLogFileInfo);

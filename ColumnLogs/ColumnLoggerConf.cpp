@@ -259,54 +259,89 @@ int CColumnLogger::fAddLogInfo(int l_nIndx, char* l_pstrLogFileName, char l_chCr
   if (g_nPrint == 1) fprintf(stderr, "add log pattern success!!\n");
   fgLogRecord(3, "LOG", "Delimitor[%s]", l_pstrDelimitor);
 
-  if (strcmp(l_pstrNumPattern, VALUE_NONE) == 0) {
-    fgLogRecord(3, "LOG", "NumPattern -> NULL");
-  } else {
-    fWalkEntries(l_pstrNumPattern, l_pstrBar, l_pstrTilde, NUMBER_FIELDS, [&](char** l_ppstrFields, int) {
-      const int l_nColumn = fToInt(l_ppstrFields[0]);
-      const int l_nLevel = fToInt(l_ppstrFields[1]);
-      const int l_nValue = fToInt(l_ppstrFields[2]);
-      const float l_fValue = static_cast<float>(strtod(l_ppstrFields[2], nullptr));
-      const int l_nDecide = strchr(l_ppstrFields[2], '.') != nullptr ? NUM_DECIDE_FLOAT : NUM_DECIDE_INT;
-      const int l_nCompare = fToInt(l_ppstrFields[3]);
-      char l_strExt1[64], l_strExt2[64];
-      fgStrCopy(l_strExt1, sizeof(l_strExt1), l_ppstrFields[4]);
-      fgStrCopy(l_strExt2, sizeof(l_strExt2), l_ppstrFields[5]);
-      fgLogRecord(3, "LOG", "NumPattern [%d][%d][%d][%d][%d][%s][%s]", l_nIndx, l_nColumn, l_nLevel, l_nValue,
-                  l_nCompare, l_strExt1, l_strExt2);
-      m_pclNumPatternList->fAddLinkedList(l_nIndx, l_nColumn, l_nLevel, l_nDecide, l_nValue, l_fValue, l_nCompare,
-                                          l_strExt1, l_strExt2);
-      return true;
-    });
-  }
-
-  if (strcmp(l_pstrCharPattern, VALUE_NONE) == 0) {
-    fgLogRecord(3, "LOG", "CharPattern -> NULL");
-  } else {
-    fWalkEntries(l_pstrCharPattern, l_pstrBar, l_pstrTilde, CHAR_FIELDS, [&](char** l_ppstrFields, int) {
-      const int l_nColumn = fToInt(l_ppstrFields[0]);
-      const int l_nLevel = fToInt(l_ppstrFields[1]);
-      const int l_nCompare = fToInt(l_ppstrFields[3]);
-      char l_strText[512];
-      fgStrCopy(l_strText, sizeof(l_strText), l_ppstrFields[2]);
-      fgLogRecord(3, "LOG", "CharPattern [%d][%d][%d][%d][%s]", l_nIndx, l_nColumn, l_nLevel, l_nCompare, l_strText);
-      m_pclCharPatternList->fAddLinkedList(l_nIndx, l_nColumn, l_nLevel, l_nCompare, l_strText);
-      if (l_nCompare == CHAR_COMPARE_PATTERN) m_pclCharPatternList->fAddPatternLinkedList(l_nIndx, l_strText);
-      return true;
-    });
-  }
-
-  if (strcmp(l_pstrDatePattern, VALUE_NONE) == 0) {
-    fgLogRecord(3, "LOG", "DatePattern -> NULL");
-  } else {
-    fWalkEntries(l_pstrDatePattern, l_pstrBar, l_pstrTilde, DATE_FIELDS, [&](char** l_ppstrFields, int) {
-      const int l_nColumn = fToInt(l_ppstrFields[0]);
-      char l_strLayout[512];
-      fgStrCopy(l_strLayout, sizeof(l_strLayout), l_ppstrFields[1]);
-      fgLogRecord(3, "LOG", "DatePattern [%d][%d][%s]", l_nIndx, l_nColumn, l_strLayout);
-      m_pclDatePatternList->fAddLinkedList(l_nIndx, l_nColumn, l_strLayout);
-      return true;
-    });
+  // Whole or nothing: a rule that cannot be registered (memory exhausted)
+  // takes the entry's watched log and every rule already registered with it.
+  if (fRegisterNumRules(l_nIndx, l_pstrNumPattern) != RESULT_OK ||
+      fRegisterCharRules(l_nIndx, l_pstrCharPattern) != RESULT_OK ||
+      fRegisterDateRules(l_nIndx, l_pstrDatePattern) != RESULT_OK) {
+    m_pclNumPatternList->fDelLinkedList(l_nIndx);
+    m_pclCharPatternList->fDelLinkedList(l_nIndx);
+    m_pclDatePatternList->fDelLinkedList(l_nIndx);
+    m_pclLogFileList->fDelLogFile(l_nIndx);
+    return -1;
   }
   return 0;
+}
+
+int CColumnLogger::fRegisterNumRules(int l_nIndx, char* l_pstrValue) {
+  if (strcmp(l_pstrValue, VALUE_NONE) == 0) {
+    fgLogRecord(3, "LOG", "NumPattern -> NULL");
+    return RESULT_OK;
+  }
+  int l_nResult = RESULT_OK;
+  fWalkEntries(l_pstrValue, m_vstrSplit[1], m_vstrSplit[0], NUMBER_FIELDS, [&](char** l_ppstrFields, int) {
+    const int l_nColumn = fToInt(l_ppstrFields[0]);
+    const int l_nLevel = fToInt(l_ppstrFields[1]);
+    const int l_nValue = fToInt(l_ppstrFields[2]);
+    const float l_fValue = static_cast<float>(strtod(l_ppstrFields[2], nullptr));
+    const int l_nDecide = strchr(l_ppstrFields[2], '.') != nullptr ? NUM_DECIDE_FLOAT : NUM_DECIDE_INT;
+    const int l_nCompare = fToInt(l_ppstrFields[3]);
+    char l_strExt1[64], l_strExt2[64];
+    fgStrCopy(l_strExt1, sizeof(l_strExt1), l_ppstrFields[4]);
+    fgStrCopy(l_strExt2, sizeof(l_strExt2), l_ppstrFields[5]);
+    fgLogRecord(3, "LOG", "NumPattern [%d][%d][%d][%d][%d][%s][%s]", l_nIndx, l_nColumn, l_nLevel, l_nValue,
+                l_nCompare, l_strExt1, l_strExt2);
+    if (m_pclNumPatternList->fAddLinkedList(l_nIndx, l_nColumn, l_nLevel, l_nDecide, l_nValue, l_fValue, l_nCompare,
+                                            l_strExt1, l_strExt2) == RESULT_OK)
+      return true;
+    fReportRejected(l_nIndx, ENTRY_KEYS[KEY_NUMBER].m_pstrSuffix, "rule not registered (memory exhausted)");
+    l_nResult = RESULT_FAIL;
+    return false;
+  });
+  return l_nResult;
+}
+
+int CColumnLogger::fRegisterCharRules(int l_nIndx, char* l_pstrValue) {
+  if (strcmp(l_pstrValue, VALUE_NONE) == 0) {
+    fgLogRecord(3, "LOG", "CharPattern -> NULL");
+    return RESULT_OK;
+  }
+  int l_nResult = RESULT_OK;
+  fWalkEntries(l_pstrValue, m_vstrSplit[1], m_vstrSplit[0], CHAR_FIELDS, [&](char** l_ppstrFields, int) {
+    const int l_nColumn = fToInt(l_ppstrFields[0]);
+    const int l_nLevel = fToInt(l_ppstrFields[1]);
+    const int l_nCompare = fToInt(l_ppstrFields[3]);
+    char l_strText[512];
+    fgStrCopy(l_strText, sizeof(l_strText), l_ppstrFields[2]);
+    fgLogRecord(3, "LOG", "CharPattern [%d][%d][%d][%d][%s]", l_nIndx, l_nColumn, l_nLevel, l_nCompare, l_strText);
+    // A pattern that does not compile is kept (the rule never fires), as for
+    // line patterns; only a rule that cannot be stored fails the entry.
+    if (m_pclCharPatternList->fAddLinkedList(l_nIndx, l_nColumn, l_nLevel, l_nCompare, l_strText) == RESULT_OK &&
+        (l_nCompare != CHAR_COMPARE_PATTERN ||
+         m_pclCharPatternList->fAddPatternLinkedList(l_nIndx, l_strText) != RESULT_FAIL))
+      return true;
+    fReportRejected(l_nIndx, ENTRY_KEYS[KEY_CHAR].m_pstrSuffix, "rule not registered (memory exhausted)");
+    l_nResult = RESULT_FAIL;
+    return false;
+  });
+  return l_nResult;
+}
+
+int CColumnLogger::fRegisterDateRules(int l_nIndx, char* l_pstrValue) {
+  if (strcmp(l_pstrValue, VALUE_NONE) == 0) {
+    fgLogRecord(3, "LOG", "DatePattern -> NULL");
+    return RESULT_OK;
+  }
+  int l_nResult = RESULT_OK;
+  fWalkEntries(l_pstrValue, m_vstrSplit[1], m_vstrSplit[0], DATE_FIELDS, [&](char** l_ppstrFields, int) {
+    const int l_nColumn = fToInt(l_ppstrFields[0]);
+    char l_strLayout[512];
+    fgStrCopy(l_strLayout, sizeof(l_strLayout), l_ppstrFields[1]);
+    fgLogRecord(3, "LOG", "DatePattern [%d][%d][%s]", l_nIndx, l_nColumn, l_strLayout);
+    if (m_pclDatePatternList->fAddLinkedList(l_nIndx, l_nColumn, l_strLayout) == RESULT_OK) return true;
+    fReportRejected(l_nIndx, ENTRY_KEYS[KEY_DATE].m_pstrSuffix, "rule not registered (memory exhausted)");
+    l_nResult = RESULT_FAIL;
+    return false;
+  });
+  return l_nResult;
 }
