@@ -171,13 +171,6 @@ class CColumnLogger {
   int fLineFilter(ST_LOGFILE_INFO* l_pstMember, char* l_pstrOpenName);
   void fSaveGroupOffset(ST_LOGFILE_INFO* l_pstLogFileInfo, long l_lOffSet);
   int fGrowCycleBuffers(long l_lNeed);
-  // True (after a record) when the "out_" name of this cycle's event file
-  // is still taken by an earlier cycle's file: the cycle must not run.
-  bool fHandOffTaken();
-  // The "out_" name of this cycle's event file; false when it has no "ing_".
-  bool fHandOffName(char* l_pstrOutName, size_t l_nSize) const;
-  // Renames the event file to its "out_" name (the close-out of the cycle).
-  void fHandOff();
   void fReleaseCycleBuffers();
   // evaluation and output helpers
   // End of a line: feeds the time key to the lines-per-second count and
@@ -195,6 +188,13 @@ class CColumnLogger {
   // Writes the held events to the event file and empties the buffer. 1, or
   // -1 (after a record) when they could not be written.
   int fFlushEvents();
+  // True (after a record) when the "out_" name of this cycle's event file
+  // is still taken by an earlier cycle's file: the cycle must not run.
+  bool fHandOffTaken();
+  // The "out_" name of this cycle's event file; false when it has no "ing_".
+  bool fHandOffName(char* l_pstrOutName, size_t l_nSize) const;
+  // Renames the event file to its "out_" name (the close-out of the cycle).
+  void fHandOff();
 
   // Events of the running gather cycle wait in this buffer and reach the
   // event file in one write, before the hand-off or when the buffer is full,
