@@ -8,6 +8,7 @@
 
 #include "CommonConst.h"
 #include "CommonFunc.h"
+#include "ConfVocabulary.h"
 #include "OmniLog.h"
 
 char* l_pstrLineBuf = nullptr;
@@ -16,14 +17,6 @@ char m_chDilimitor2 = 0;
 int m_nCntFaultArray[FAULT_LEVELS] = {-1, -1, -1, -1, -1};
 int m_nNumFaFoundFlag = 0;
 char m_strOldLogDate[256] = {0};
-
-namespace {
-
-// Retention days of the diagnostic log: 1 to 1000, 7 for a value below 1.
-constexpr long VALID_DAY_DEFAULT = 7;
-constexpr long VALID_DAY_MAX = 1000;
-
-}  // namespace
 
 CColumnLogger::CColumnLogger()
     : m_pclConfManager(nullptr),
@@ -85,14 +78,14 @@ int CColumnLogger::fSetConfManager(char* path) {
 
 int fMakeOmniLog(CConfManager* l_pclConfManager) {
   if (l_pclConfManager == nullptr) return 0;
-  char* l_pstrLogPath = l_pclConfManager->fGetOpt(const_cast<char*>("LOG_PATH"));
+  char* l_pstrLogPath = l_pclConfManager->fGetOpt(const_cast<char*>(KEY_LOG_PATH));
   if (l_pstrLogPath == nullptr) return 0;
-  const char* l_pstrValidDay = l_pclConfManager->fGetOpt(const_cast<char*>("LOG_VALIDDAY"));
+  const char* l_pstrValidDay = l_pclConfManager->fGetOpt(const_cast<char*>(KEY_LOG_VALIDDAY));
   if (l_pstrValidDay == nullptr) {
     fprintf(stderr, "LOG_VALIDDAY is NULL\n");
     return 0;
   }
-  const char* l_pstrLogMode = l_pclConfManager->fGetOpt(const_cast<char*>("LOG_MODE"));
+  const char* l_pstrLogMode = l_pclConfManager->fGetOpt(const_cast<char*>(KEY_LOG_MODE));
   if (l_pstrLogMode == nullptr) {
     fprintf(stderr, "LOG_MODE is NULL\n");
     return 0;
@@ -108,13 +101,8 @@ int fMakeOmniLog(CConfManager* l_pclConfManager) {
   delete g_pclOmniLog;
   g_pclOmniLog = nullptr;
 
-  struct ModeWord {
-    const char* m_pstrWord;
-    int m_nMode;
-  };
-  static const ModeWord l_vstModes[] = {{"DEBUG", 1}, {"NORMAL", 2}, {"ERROR", 3}};
   char l_strName[] = "SER";
-  for (const ModeWord& l_stMode : l_vstModes) {
+  for (const ST_LOG_MODE_WORD& l_stMode : LOG_MODE_WORDS) {
     if (strcmp(l_pstrLogMode, l_stMode.m_pstrWord) != 0) continue;
     g_pclOmniLog = new (std::nothrow) COmniLog(l_stMode.m_nMode, l_strName, static_cast<int>(l_lValidDay));
     // fSetLogPath keeps a copy of its own, so the store's value is passed as it is.
@@ -122,10 +110,10 @@ int fMakeOmniLog(CConfManager* l_pclConfManager) {
     break;
   }
 
-  const char* l_pstrPrint = l_pclConfManager->fGetOpt(const_cast<char*>("PRINT"));
+  const char* l_pstrPrint = l_pclConfManager->fGetOpt(const_cast<char*>(KEY_PRINT));
   if (l_pstrPrint == nullptr) {
     g_nPrint = 0;
-  } else if (strcmp(l_pstrPrint, "ON") == 0) {
+  } else if (strcmp(l_pstrPrint, PRINT_ON) == 0) {
     g_nPrint = 1;
   }
   return 1;

@@ -41,9 +41,11 @@ class CColumnLogger {
   // is missing or too long (reported on stderr and as a record); otherwise 1.
   int fLoadConfInfo();
   // Parses and registers one entry; works on (and may write NULs into) the
-  // caller's copies. 0 on success, -1 when registration fails, or the
-  // negative result of fPatternCheck. The eight arguments between the
-  // pattern value and the thresholds have no effect.
+  // caller's copies. The entry is taken whole or refused whole: when any
+  // registration fails (memory exhausted), the watched log and every rule
+  // registered for it are removed again. 0 on success, -1 when the entry is
+  // refused, or the negative result of fPatternCheck. The eight arguments
+  // between the pattern value and the thresholds have no effect.
   int fAddLogInfo(int l_nIndx, char* l_pstrLogFileName, char l_chCreateType, int l_nLogType,
                   char* l_pstrLogFaultPattern, char* l_pstrStartPattern, char* l_pstrEndPattern,
                   int l_nAllPatternCheck, int l_nSkipTime, char* l_pstrSkipPattern, char* l_pstrExec,
@@ -151,6 +153,15 @@ class CColumnLogger {
   char* m_pstrOriginalBuf;                  // column buffer of the current cycle; owned; null between cycles
 
  private:
+  // Registration steps of fAddLogInfo, one per rule registry: each
+  // registers every rule of its (already checked) value for entry
+  // `l_nIndx`, writing NULs into it. 1 when all were registered or the value
+  // is "NULL"; -1 (after reporting the key) at the first rule that could not
+  // be stored, leaving the rules before it for the caller to remove.
+  int fRegisterNumRules(int l_nIndx, char* l_pstrValue);
+  int fRegisterCharRules(int l_nIndx, char* l_pstrValue);
+  int fRegisterDateRules(int l_nIndx, char* l_pstrValue);
+
   // Pieces of one watched log's turn in a gather cycle.
   int fOpenForTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_ppstFd, char* l_pstrOpenName);
   void fSetDelimitors(ST_LOGFILE_INFO* l_pstLogFileInfo);
@@ -160,13 +171,6 @@ class CColumnLogger {
   int fLineFilter(ST_LOGFILE_INFO* l_pstMember, char* l_pstrOpenName);
   void fSaveGroupOffset(ST_LOGFILE_INFO* l_pstLogFileInfo, long l_lOffSet);
   int fGrowCycleBuffers(long l_lNeed);
-  // True (after a record) when the "out_" name of this cycle's event file
-  // is still taken by an earlier cycle's file: the cycle must not run.
-  bool fHandOffTaken();
-  // The "out_" name of this cycle's event file; false when it has no "ing_".
-  bool fHandOffName(char* l_pstrOutName, size_t l_nSize) const;
-  // Renames the event file to its "out_" name (the close-out of the cycle).
-  void fHandOff();
   void fReleaseCycleBuffers();
   // evaluation and output helpers
   // End of a line: feeds the time key to the lines-per-second count and
@@ -184,6 +188,13 @@ class CColumnLogger {
   // Writes the held events to the event file and empties the buffer. 1, or
   // -1 (after a record) when they could not be written.
   int fFlushEvents();
+  // True (after a record) when the "out_" name of this cycle's event file
+  // is still taken by an earlier cycle's file: the cycle must not run.
+  bool fHandOffTaken();
+  // The "out_" name of this cycle's event file; false when it has no "ing_".
+  bool fHandOffName(char* l_pstrOutName, size_t l_nSize) const;
+  // Renames the event file to its "out_" name (the close-out of the cycle).
+  void fHandOff();
 
   // Events of the running gather cycle wait in this buffer and reach the
   // event file in one write, before the hand-off or when the buffer is full,

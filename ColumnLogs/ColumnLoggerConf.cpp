@@ -7,35 +7,11 @@
 #include "ColumnLogger.h"
 #include "CommonConst.h"
 #include "CommonFunc.h"
+#include "ConfVocabulary.h"
 #include "NString.h"
 #include "OmniLog.h"
 
 namespace {
-
-constexpr int OUTPUT_PATH_MAX = 511;
-constexpr int LINE_WAIT_CNT_MAX = 63;
-constexpr int PATTERN_VALUE_MAX = 2047;
-constexpr int RULE_TEXT_MAX = 63;  // text before / after a numeric value
-
-// The keys of one watched-log entry, in the order they are fetched, with the
-// longest value each buffer takes (0: parsed as a number, no buffer).
-enum EN_ENTRY_KEY { KEY_NAME, KEY_TYPE, KEY_CHECK_TYPE, KEY_SECLOG, KEY_DELIMITOR, KEY_NUMBER, KEY_CHAR, KEY_DATE,
-                    KEY_PATTERN, KEY_COUNT };
-struct ST_ENTRY_KEY {
-  const char* m_pstrSuffix;
-  size_t m_nMaxLen;
-};
-const ST_ENTRY_KEY ENTRY_KEYS[KEY_COUNT] = {
-    {"NAME", 511},          {"TYPE", 0},           {"CHECK_TYPE", 0},   {"SECLOG_LEVEL_CNT", 127},
-    {"DELIMITOR", 31},      {"NUMBER_PATTERN", 511}, {"CHAR_PATTERN", 511}, {"DATE_PATTERN", 511},
-    {"PATTERN", PATTERN_VALUE_MAX},
-};
-
-// Fields per entry of each multi-part value.
-constexpr int SECLOG_FIELDS = 2;
-constexpr int NUMBER_FIELDS = 6;
-constexpr int CHAR_FIELDS = 4;
-constexpr int DATE_FIELDS = 2;
 
 // A refused entry or key is named on stderr and in the diagnostic log.
 void fReportRejected(int l_nIndx, const char* l_pstrSuffix, const char* l_pstrFormat, ...)
@@ -83,7 +59,7 @@ int fToInt(const char* l_pstrText) { return static_cast<int>(strtol(l_pstrText, 
 
 int CColumnLogger::fPatternCheck(char* l_pstrPattern, char* l_pstrMsg) {
   if (l_pstrMsg != nullptr) l_pstrMsg[0] = '\0';
-  if (l_pstrPattern == nullptr || strlen(l_pstrPattern) > static_cast<size_t>(PATTERN_VALUE_MAX)) return -1;
+  if (l_pstrPattern == nullptr || strlen(l_pstrPattern) > PATTERN_VALUE_MAX) return -1;
   return 0;
 }
 
@@ -93,13 +69,13 @@ int CColumnLogger::fLoadConfInfo() {
 
   // The two global keys are required: without them the agent would write its
   // events to an unintended place, so it refuses to start.
-  char* l_pstrOutPath = m_pclConfManager->fGetOpt(const_cast<char*>("OUTPUT_PATH"));
-  char* l_pstrWaitCnt = m_pclConfManager->fGetOpt(const_cast<char*>("LINE_WAIT_CNT"));
+  char* l_pstrOutPath = m_pclConfManager->fGetOpt(const_cast<char*>(KEY_OUTPUT_PATH));
+  char* l_pstrWaitCnt = m_pclConfManager->fGetOpt(const_cast<char*>(KEY_LINE_WAIT_CNT));
   const struct {
     const char* m_pstrKey;
     const char* m_pstrValue;
     size_t m_nMaxLen;
-  } l_vstGlobals[] = {{"OUTPUT_PATH", l_pstrOutPath, OUTPUT_PATH_MAX}, {"LINE_WAIT_CNT", l_pstrWaitCnt, LINE_WAIT_CNT_MAX}};
+  } l_vstGlobals[] = {{KEY_OUTPUT_PATH, l_pstrOutPath, OUTPUT_PATH_MAX}, {KEY_LINE_WAIT_CNT, l_pstrWaitCnt, LINE_WAIT_CNT_MAX}};
   for (const auto& l_stGlobal : l_vstGlobals) {
     if (l_stGlobal.m_pstrValue == nullptr) {
       fprintf(stderr, "%s is NULL\n", l_stGlobal.m_pstrKey);
@@ -120,18 +96,18 @@ int CColumnLogger::fLoadConfInfo() {
   m_nLineWaitTime = fToInt(l_pstrWaitCnt);
 
   for (int l_nIndx = 1; l_nIndx <= MAX_WATCHED_LOGS; ++l_nIndx) {
-    char* l_vpstrValues[KEY_COUNT] = {nullptr};
+    char* l_vpstrValues[ENTRY_KEY_COUNT] = {nullptr};
     bool l_bComplete = true;
-    for (int l_nKey = 0; l_nKey < KEY_COUNT && l_bComplete; ++l_nKey) {
-      char l_strKey[64];
-      snprintf(l_strKey, sizeof(l_strKey), "LOG%02d_%s", l_nIndx, ENTRY_KEYS[l_nKey].m_pstrSuffix);
+    for (int l_nKey = 0; l_nKey < ENTRY_KEY_COUNT && l_bComplete; ++l_nKey) {
+      char l_strKey[ENTRY_KEY_SIZE];
+      fgEntryKey(l_strKey, sizeof(l_strKey), l_nIndx, ENTRY_KEYS[l_nKey].m_pstrSuffix);
       l_vpstrValues[l_nKey] = m_pclConfManager->fGetOpt(l_strKey);
       l_bComplete = l_vpstrValues[l_nKey] != nullptr;
     }
     if (!l_bComplete) continue;  // an incomplete entry is skipped without a message
 
     bool l_bFits = true;
-    for (int l_nKey = 0; l_nKey < KEY_COUNT && l_bFits; ++l_nKey) {
+    for (int l_nKey = 0; l_nKey < ENTRY_KEY_COUNT && l_bFits; ++l_nKey) {
       const size_t l_nLen = strlen(l_vpstrValues[l_nKey]);
       if (ENTRY_KEYS[l_nKey].m_nMaxLen > 0 && l_nLen > ENTRY_KEYS[l_nKey].m_nMaxLen) {
         fReportRejected(l_nIndx, ENTRY_KEYS[l_nKey].m_pstrSuffix, "value of %zu characters, at most %zu",
@@ -159,10 +135,11 @@ int CColumnLogger::fLoadConfInfo() {
               "Index:%d, LogFileName:%s, CreateType:%d, LogType:%d, LogFaultPattern:%s, Start-Pattern:%s, "
               "End-Pattern:%s, All-Pattern-Check:%d, SkipTime:%d, SkipPattern:%s, Exec:%s, SaveFormat:%s, "
               "SaveFile:%s\n",
-              l_nIndx, l_strName, static_cast<int>(l_chCreateType), l_nLogType, l_strPattern, "NULL", "NULL", 0,
-              0, "NULL", "NULL", "NULL", "NULL");
+              l_nIndx, l_strName, static_cast<int>(l_chCreateType), l_nLogType, l_strPattern, VALUE_NONE,
+              VALUE_NONE, 0, 0, VALUE_NONE, VALUE_NONE, VALUE_NONE, VALUE_NONE);
     }
-    char l_strNull[] = "NULL";
+    char l_strNull[TINY_BUF_SIZE];  // the unused arguments
+    fgStrCopy(l_strNull, sizeof(l_strNull), VALUE_NONE);
     fAddLogInfo(l_nIndx, l_strName, l_chCreateType, l_nLogType, l_strPattern, l_strNull, l_strNull, 0, 0, l_strNull,
                 l_strNull, l_strNull, l_strNull, l_strSecLog, l_strDelimitor, l_strNumber, l_strChar, l_strDate);
   }
@@ -178,10 +155,10 @@ enum EN_RULE_VALUE { VALUE_SECLOG, VALUE_NUMBER, VALUE_CHAR, VALUE_DATE };
 const struct {
   const char* m_pstrSuffix;
   int m_nFields;
-} RULE_VALUES[] = {{"SECLOG_LEVEL_CNT", SECLOG_FIELDS},
-                   {"NUMBER_PATTERN", NUMBER_FIELDS},
-                   {"CHAR_PATTERN", CHAR_FIELDS},
-                   {"DATE_PATTERN", DATE_FIELDS}};
+} RULE_VALUES[] = {{ENTRY_KEYS[KEY_SECLOG].m_pstrSuffix, SECLOG_FIELDS},
+                   {ENTRY_KEYS[KEY_NUMBER].m_pstrSuffix, NUMBER_FIELDS},
+                   {ENTRY_KEYS[KEY_CHAR].m_pstrSuffix, CHAR_FIELDS},
+                   {ENTRY_KEYS[KEY_DATE].m_pstrSuffix, DATE_FIELDS}};
 
 // Checks the shape of one multi-part value before anything of the entry is
 // registered, so that an entry is either taken whole or refused whole: every
@@ -190,7 +167,7 @@ const struct {
 // report) when the value is refused.
 bool fCheckRuleValue(int l_nIndx, EN_RULE_VALUE l_enKind, const char* l_pstrValue, char* l_pstrSep,
                      char* l_pstrFieldSep) {
-  if (strcmp(l_pstrValue, "NULL") == 0) return true;
+  if (strcmp(l_pstrValue, VALUE_NONE) == 0) return true;
   const char* l_pstrSuffix = RULE_VALUES[l_enKind].m_pstrSuffix;
   const int l_nFields = RULE_VALUES[l_enKind].m_nFields;
   char l_strCopy[512];
@@ -217,8 +194,8 @@ bool fCheckRuleValue(int l_nIndx, EN_RULE_VALUE l_enKind, const char* l_pstrValu
       }
     } else if (l_enKind == VALUE_NUMBER) {
       for (int l_nField = 4; l_nField < NUMBER_FIELDS && l_bGood; ++l_nField) {
-        if (strlen(l_ppstrFields[l_nField]) > static_cast<size_t>(RULE_TEXT_MAX)) {
-          fReportRejected(l_nIndx, l_pstrSuffix, "entry %d field %d longer than %d characters", l_nEntry,
+        if (strlen(l_ppstrFields[l_nField]) > RULE_TEXT_MAX) {
+          fReportRejected(l_nIndx, l_pstrSuffix, "entry %d field %d longer than %zu characters", l_nEntry,
                           l_nField + 1, RULE_TEXT_MAX);
           l_bGood = false;
         }
@@ -263,7 +240,7 @@ int CColumnLogger::fAddLogInfo(int l_nIndx, char* l_pstrLogFileName, char l_chCr
   for (int& l_nThreshold : m_nCntFaultArray) l_nThreshold = -1;
   int l_nLastLevel = 0;
   int l_nLastCount = 0;
-  if (strcmp(l_pstrSecLogLevelCnt, "NULL") != 0) {
+  if (strcmp(l_pstrSecLogLevelCnt, VALUE_NONE) != 0) {
     fWalkEntries(l_pstrSecLogLevelCnt, l_pstrBar, l_pstrTilde, SECLOG_FIELDS, [&](char** l_ppstrFields, int) {
       l_nLastLevel = fToInt(l_ppstrFields[0]);
       l_nLastCount = fToInt(l_ppstrFields[1]);
@@ -282,54 +259,89 @@ int CColumnLogger::fAddLogInfo(int l_nIndx, char* l_pstrLogFileName, char l_chCr
   if (g_nPrint == 1) fprintf(stderr, "add log pattern success!!\n");
   fgLogRecord(3, "LOG", "Delimitor[%s]", l_pstrDelimitor);
 
-  if (strcmp(l_pstrNumPattern, "NULL") == 0) {
-    fgLogRecord(3, "LOG", "NumPattern -> NULL");
-  } else {
-    fWalkEntries(l_pstrNumPattern, l_pstrBar, l_pstrTilde, NUMBER_FIELDS, [&](char** l_ppstrFields, int) {
-      const int l_nColumn = fToInt(l_ppstrFields[0]);
-      const int l_nLevel = fToInt(l_ppstrFields[1]);
-      const int l_nValue = fToInt(l_ppstrFields[2]);
-      const float l_fValue = static_cast<float>(strtod(l_ppstrFields[2], nullptr));
-      const int l_nDecide = strchr(l_ppstrFields[2], '.') != nullptr ? 2 : 1;
-      const int l_nCompare = fToInt(l_ppstrFields[3]);
-      char l_strExt1[64], l_strExt2[64];
-      fgStrCopy(l_strExt1, sizeof(l_strExt1), l_ppstrFields[4]);
-      fgStrCopy(l_strExt2, sizeof(l_strExt2), l_ppstrFields[5]);
-      fgLogRecord(3, "LOG", "NumPattern [%d][%d][%d][%d][%d][%s][%s]", l_nIndx, l_nColumn, l_nLevel, l_nValue,
-                  l_nCompare, l_strExt1, l_strExt2);
-      m_pclNumPatternList->fAddLinkedList(l_nIndx, l_nColumn, l_nLevel, l_nDecide, l_nValue, l_fValue, l_nCompare,
-                                          l_strExt1, l_strExt2);
-      return true;
-    });
-  }
-
-  if (strcmp(l_pstrCharPattern, "NULL") == 0) {
-    fgLogRecord(3, "LOG", "CharPattern -> NULL");
-  } else {
-    fWalkEntries(l_pstrCharPattern, l_pstrBar, l_pstrTilde, CHAR_FIELDS, [&](char** l_ppstrFields, int) {
-      const int l_nColumn = fToInt(l_ppstrFields[0]);
-      const int l_nLevel = fToInt(l_ppstrFields[1]);
-      const int l_nCompare = fToInt(l_ppstrFields[3]);
-      char l_strText[512];
-      fgStrCopy(l_strText, sizeof(l_strText), l_ppstrFields[2]);
-      fgLogRecord(3, "LOG", "CharPattern [%d][%d][%d][%d][%s]", l_nIndx, l_nColumn, l_nLevel, l_nCompare, l_strText);
-      m_pclCharPatternList->fAddLinkedList(l_nIndx, l_nColumn, l_nLevel, l_nCompare, l_strText);
-      if (l_nCompare == 3) m_pclCharPatternList->fAddPatternLinkedList(l_nIndx, l_strText);
-      return true;
-    });
-  }
-
-  if (strcmp(l_pstrDatePattern, "NULL") == 0) {
-    fgLogRecord(3, "LOG", "DatePattern -> NULL");
-  } else {
-    fWalkEntries(l_pstrDatePattern, l_pstrBar, l_pstrTilde, DATE_FIELDS, [&](char** l_ppstrFields, int) {
-      const int l_nColumn = fToInt(l_ppstrFields[0]);
-      char l_strLayout[512];
-      fgStrCopy(l_strLayout, sizeof(l_strLayout), l_ppstrFields[1]);
-      fgLogRecord(3, "LOG", "DatePattern [%d][%d][%s]", l_nIndx, l_nColumn, l_strLayout);
-      m_pclDatePatternList->fAddLinkedList(l_nIndx, l_nColumn, l_strLayout);
-      return true;
-    });
+  // Whole or nothing: a rule that cannot be registered (memory exhausted)
+  // takes the entry's watched log and every rule already registered with it.
+  if (fRegisterNumRules(l_nIndx, l_pstrNumPattern) != RESULT_OK ||
+      fRegisterCharRules(l_nIndx, l_pstrCharPattern) != RESULT_OK ||
+      fRegisterDateRules(l_nIndx, l_pstrDatePattern) != RESULT_OK) {
+    m_pclNumPatternList->fDelLinkedList(l_nIndx);
+    m_pclCharPatternList->fDelLinkedList(l_nIndx);
+    m_pclDatePatternList->fDelLinkedList(l_nIndx);
+    m_pclLogFileList->fDelLogFile(l_nIndx);
+    return -1;
   }
   return 0;
+}
+
+int CColumnLogger::fRegisterNumRules(int l_nIndx, char* l_pstrValue) {
+  if (strcmp(l_pstrValue, VALUE_NONE) == 0) {
+    fgLogRecord(3, "LOG", "NumPattern -> NULL");
+    return RESULT_OK;
+  }
+  int l_nResult = RESULT_OK;
+  fWalkEntries(l_pstrValue, m_vstrSplit[1], m_vstrSplit[0], NUMBER_FIELDS, [&](char** l_ppstrFields, int) {
+    const int l_nColumn = fToInt(l_ppstrFields[0]);
+    const int l_nLevel = fToInt(l_ppstrFields[1]);
+    const int l_nValue = fToInt(l_ppstrFields[2]);
+    const float l_fValue = static_cast<float>(strtod(l_ppstrFields[2], nullptr));
+    const int l_nDecide = strchr(l_ppstrFields[2], '.') != nullptr ? NUM_DECIDE_FLOAT : NUM_DECIDE_INT;
+    const int l_nCompare = fToInt(l_ppstrFields[3]);
+    char l_strExt1[64], l_strExt2[64];
+    fgStrCopy(l_strExt1, sizeof(l_strExt1), l_ppstrFields[4]);
+    fgStrCopy(l_strExt2, sizeof(l_strExt2), l_ppstrFields[5]);
+    fgLogRecord(3, "LOG", "NumPattern [%d][%d][%d][%d][%d][%s][%s]", l_nIndx, l_nColumn, l_nLevel, l_nValue,
+                l_nCompare, l_strExt1, l_strExt2);
+    if (m_pclNumPatternList->fAddLinkedList(l_nIndx, l_nColumn, l_nLevel, l_nDecide, l_nValue, l_fValue, l_nCompare,
+                                            l_strExt1, l_strExt2) == RESULT_OK)
+      return true;
+    fReportRejected(l_nIndx, ENTRY_KEYS[KEY_NUMBER].m_pstrSuffix, "rule not registered (memory exhausted)");
+    l_nResult = RESULT_FAIL;
+    return false;
+  });
+  return l_nResult;
+}
+
+int CColumnLogger::fRegisterCharRules(int l_nIndx, char* l_pstrValue) {
+  if (strcmp(l_pstrValue, VALUE_NONE) == 0) {
+    fgLogRecord(3, "LOG", "CharPattern -> NULL");
+    return RESULT_OK;
+  }
+  int l_nResult = RESULT_OK;
+  fWalkEntries(l_pstrValue, m_vstrSplit[1], m_vstrSplit[0], CHAR_FIELDS, [&](char** l_ppstrFields, int) {
+    const int l_nColumn = fToInt(l_ppstrFields[0]);
+    const int l_nLevel = fToInt(l_ppstrFields[1]);
+    const int l_nCompare = fToInt(l_ppstrFields[3]);
+    char l_strText[512];
+    fgStrCopy(l_strText, sizeof(l_strText), l_ppstrFields[2]);
+    fgLogRecord(3, "LOG", "CharPattern [%d][%d][%d][%d][%s]", l_nIndx, l_nColumn, l_nLevel, l_nCompare, l_strText);
+    // A pattern that does not compile is kept (the rule never fires), as for
+    // line patterns; only a rule that cannot be stored fails the entry.
+    if (m_pclCharPatternList->fAddLinkedList(l_nIndx, l_nColumn, l_nLevel, l_nCompare, l_strText) == RESULT_OK &&
+        (l_nCompare != CHAR_COMPARE_PATTERN ||
+         m_pclCharPatternList->fAddPatternLinkedList(l_nIndx, l_strText) != RESULT_FAIL))
+      return true;
+    fReportRejected(l_nIndx, ENTRY_KEYS[KEY_CHAR].m_pstrSuffix, "rule not registered (memory exhausted)");
+    l_nResult = RESULT_FAIL;
+    return false;
+  });
+  return l_nResult;
+}
+
+int CColumnLogger::fRegisterDateRules(int l_nIndx, char* l_pstrValue) {
+  if (strcmp(l_pstrValue, VALUE_NONE) == 0) {
+    fgLogRecord(3, "LOG", "DatePattern -> NULL");
+    return RESULT_OK;
+  }
+  int l_nResult = RESULT_OK;
+  fWalkEntries(l_pstrValue, m_vstrSplit[1], m_vstrSplit[0], DATE_FIELDS, [&](char** l_ppstrFields, int) {
+    const int l_nColumn = fToInt(l_ppstrFields[0]);
+    char l_strLayout[512];
+    fgStrCopy(l_strLayout, sizeof(l_strLayout), l_ppstrFields[1]);
+    fgLogRecord(3, "LOG", "DatePattern [%d][%d][%s]", l_nIndx, l_nColumn, l_strLayout);
+    if (m_pclDatePatternList->fAddLinkedList(l_nIndx, l_nColumn, l_strLayout) == RESULT_OK) return true;
+    fReportRejected(l_nIndx, ENTRY_KEYS[KEY_DATE].m_pstrSuffix, "rule not registered (memory exhausted)");
+    l_nResult = RESULT_FAIL;
+    return false;
+  });
+  return l_nResult;
 }

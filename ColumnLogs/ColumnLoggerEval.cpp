@@ -19,16 +19,11 @@
 #include "ColumnLogger.h"
 #include "CommonConst.h"
 #include "CommonFunc.h"
+#include "ConfVocabulary.h"
 #include "EventFormat.h"
 #include "StrPattern.h"
 
 namespace {
-
-// Comparison codes of the rules.
-constexpr int NUM_DECIDE_INT = 1;     // m_nFaultDecide: integer compare; anything else single precision
-constexpr int CHAR_COMPARE_EQUAL = 1;  // event when the column equals the text
-constexpr int CHAR_COMPARE_DIFFER = 2; // event when it differs
-constexpr int CHAR_COMPARE_PATTERN = 3; // event when the compiled pattern of slot 0 matches
 
 // Messages of numeric rules are short: two numbers of at most 42 characters
 // ("%.2f" of the largest float) and an operator.
@@ -38,16 +33,16 @@ constexpr size_t CHAR_MESSAGE_STACK_SIZE = 2048;
 // Line-rate event: at most 255 characters of date text plus fixed parts.
 constexpr size_t LINE_RATE_EVENT_SIZE = 512;
 
-// Whether `value <op> threshold` holds for comparison code 1..6.
+// Whether `value <op> threshold` holds for a numeric comparison code (1..6).
 template <typename T>
 bool fCompareFires(int l_nCompareNum, T l_tValue, T l_tThreshold) {
   switch (l_nCompareNum) {
-    case 1: return l_tValue > l_tThreshold;
-    case 2: return l_tValue >= l_tThreshold;
-    case 3: return l_tValue < l_tThreshold;
-    case 4: return l_tValue <= l_tThreshold;
-    case 5: return l_tValue == l_tThreshold;
-    case 6: return l_tValue != l_tThreshold;
+    case NUM_COMPARE_GT: return l_tValue > l_tThreshold;
+    case NUM_COMPARE_GE: return l_tValue >= l_tThreshold;
+    case NUM_COMPARE_LT: return l_tValue < l_tThreshold;
+    case NUM_COMPARE_LE: return l_tValue <= l_tThreshold;
+    case NUM_COMPARE_EQ: return l_tValue == l_tThreshold;
+    case NUM_COMPARE_NE: return l_tValue != l_tThreshold;
     default: return false;
   }
 }
@@ -408,7 +403,7 @@ int CColumnLogger::fColumnFaultSearchNum(ST_NUM_PATTERN_LIST* l_pstNumPatternLis
   }
 
   // 6. Event, then end the run of rules for this column.
-  fMakeOutFile(l_pstRule, 1, l_strMsg);
+  fMakeOutFile(l_pstRule, EVENT_TYPE_NUMBER, l_strMsg);
   m_nNumFaFoundFlag = 1;
   return RESULT_OK;
 }
@@ -436,7 +431,7 @@ int CColumnLogger::fColumnFaultSearchChar(ST_CHAR_PATTERN_LIST* l_pstCharPattern
       });
   // Without memory for the message the event is still counted (fMakeOutFile
   // with a null message advances the counters and writes nothing).
-  fMakeOutFile(l_pstRule, 2, l_pstrMsg);
+  fMakeOutFile(l_pstRule, EVENT_TYPE_CHAR, l_pstrMsg);
   return RESULT_OK;
 }
 

@@ -13,20 +13,12 @@
 #include "ColumnLogger.h"
 #include "CommonConst.h"
 #include "CommonFunc.h"
+#include "ConfVocabulary.h"
+#include "Holders.h"
 #include "LogFileName.h"
 #include "OmniLog.h"
 
 namespace {
-
-struct DirCloser {
-  void operator()(DIR* l_pstDir) const { closedir(l_pstDir); }
-};
-using DirHandle = std::unique_ptr<DIR, DirCloser>;
-
-// Log types: where reading starts.
-constexpr int LOG_TYPE_FROM_END = 0;     // first look at the end, then at the saved offset
-constexpr int LOG_TYPE_WHOLE_FILE = 1;   // always from the start
-constexpr int LOG_TYPE_FROM_START = 2;   // first look at the start, then at the saved offset
 
 // A failed first look still counts as the first look for types 0 and 2.
 void fMarkFirstLook(ST_LOGFILE_INFO* l_pstLogFileInfo) {
@@ -213,7 +205,7 @@ namespace {
 // and only a log past its first look that resumes at its offset (type 1
 // reads the whole file every turn).
 bool fQuietCandidate(const ST_LOGFILE_INFO* l_pstLogFileInfo) {
-  return l_pstLogFileInfo->m_chCreateType != 0 && l_pstLogFileInfo->m_nLogType != LOG_TYPE_WHOLE_FILE &&
+  return l_pstLogFileInfo->m_chCreateType != CREATE_TYPE_WILDCARD && l_pstLogFileInfo->m_nLogType != LOG_TYPE_WHOLE_FILE &&
          l_pstLogFileInfo->m_nFirstFlag == 1;
 }
 

@@ -13,6 +13,7 @@
 #include "ColumnLogger.h"
 #include "CommonConst.h"
 #include "CommonFunc.h"
+#include "ConfVocabulary.h"
 #include "EventFormat.h"
 #include "NString.h"
 #include "OmniLog.h"
@@ -139,7 +140,7 @@ void CColumnLogger::fSetDelimitors(ST_LOGFILE_INFO* l_pstLogFileInfo) {
     return;
   }
   m_chDilimitor2 = l_pstrSave[0];
-  m_nTokFlag = strcmp(l_pstrSave, "NULL") == 0 ? 1 : 2;
+  m_nTokFlag = strcmp(l_pstrSave, VALUE_NONE) == 0 ? 1 : 2;
 }
 
 int CColumnLogger::fLineFilter(ST_LOGFILE_INFO* l_pstMember, char* l_pstrOpenName) {
@@ -149,7 +150,7 @@ int CColumnLogger::fLineFilter(ST_LOGFILE_INFO* l_pstMember, char* l_pstrOpenNam
   for (int l_nSlot = 0; l_nSlot < MAX_LINE_PATTERNS; ++l_nSlot) {
     const char* l_pstrPattern = l_pstMember->m_vstrLogPattern[l_nSlot];
     if (g_nPrint == 1) fprintf(stderr, "Pattern... Index : %d - %s\n", l_nSlot, l_pstrPattern);
-    if (strcmp(l_pstrPattern, "NULL") == 0) return 1;
+    if (strcmp(l_pstrPattern, VALUE_NONE) == 0) return 1;
     if (l_pstrPattern[0] == '\0') return 0;
     const int l_nResult = fPattComp(l_pstMember, l_nSlot, l_pstrLine);
     if (g_nPrint == 1 && g_pclOmniLog != nullptr) {
@@ -240,58 +241,6 @@ void CColumnLogger::fSaveGroupOffset(ST_LOGFILE_INFO* l_pstLogFileInfo, long l_l
     // The first look stays each member's own: a member served only through
     // the shared read is positioned by its log type at its first own turn.
   }
-}
-
-// The cycle's "out_" name: the event file name with "ing_" turned into
-// "out_". False when the event file name does not have that form.
-bool CColumnLogger::fHandOffName(char* l_pstrOutName, size_t l_nSize) const {
-  const size_t l_nPrefix = strlen(m_strOutPutPath);
-  if (strncmp(m_strOutPutFileName, m_strOutPutPath, l_nPrefix) != 0 ||
-      strncmp(m_strOutPutFileName + l_nPrefix, "ing_", 4) != 0)
-    return false;
-  if (fgStrCopy(l_pstrOutName, l_nSize, m_strOutPutFileName) != 1) return false;
-  memcpy(l_pstrOutName + l_nPrefix, "out_", 4);
-  return true;
-}
-
-// Event file names carry whole seconds. A cycle in the same second as an
-// earlier one whose "out_" file still waits for the collector (the agent
-// restarted within that second, or the clock was set back) would have its
-// hand-off replace that file and lose its events. Such a cycle is skipped:
-// nothing is read, the offsets stay, and the next second gives a new name.
-bool CColumnLogger::fHandOffTaken() {
-  fMakeCycleNames();
-  char l_strOutName[NAME_BUF_SIZE];
-  if (!fHandOffName(l_strOutName, sizeof(l_strOutName))) return false;
-  struct stat l_stStat;
-  if (lstat(l_strOutName, &l_stStat) != 0) return false;
-  fgLogRecord(3, "LOG", "[%d] %s not collected yet, cycle skipped : %s", EEXIST, l_strOutName, strerror(EEXIST));
-  return true;
-}
-
-// Hands the cycle's event file to the collector. The close-out command in
-// m_strSystem is a "mv" within one directory, which is a rename: the agent
-// makes that rename itself, and runs the command through the shell only when
-// the rename fails, so that every unusual case (the "out_" name taken by a
-// directory, say) ends exactly as the command would end it. A shell and a mv
-// for every cycle with events cost the agent about 0.2 ms and its children
-// 7 ms on a small host, and the fork made the agent's pages copy-on-write.
-void CColumnLogger::fHandOff() {
-  fMakeCycleNames();
-  char l_strOutName[NAME_BUF_SIZE];
-  const bool l_bNamed = fHandOffName(l_strOutName, sizeof(l_strOutName));
-  if (l_bNamed && rename(m_strOutPutFileName, l_strOutName) == 0) return;
-  const int l_nErrno = l_bNamed ? errno : ENAMETOOLONG;
-  if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fHandOffFailure();
-  // The command holds OUTPUT_PATH unquoted: with a blank, a quote or a "$" in
-  // it the shell would run something else. The event file then stays under
-  // its "ing_" name, as after a failed command.
-  if (fgShellWord(m_strOutPutPath) == 0) {
-    fgLogRecord(3, "LOG", "[%d] %s not handed off, close-out command not run : %s", l_nErrno, m_strOutPutFileName,
-                strerror(l_nErrno));
-    return;
-  }
-  if (system(m_strSystem) == -1) fgLogRecord(3, "LOG", "[%d] close-out command failed : %s", errno, m_strSystem);
 }
 
 int CColumnLogger::fLogGather() {

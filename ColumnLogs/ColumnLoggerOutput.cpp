@@ -1,11 +1,14 @@
-// Event output of the gatherer: rule and line-rate events appended to the
-// cycle's event file, and the count of the output directory.
+// Event output of the gatherer: the life of the cycle's event file (its
+// names, the events appended to it, its hand-off to the collector) and the
+// count of the output directory.
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <memory>
@@ -15,16 +18,13 @@
 #include "CommonConst.h"
 #include "CommonFunc.h"
 #include "EventFormat.h"
+#include "Holders.h"
 #include "OmniLog.h"
 
 namespace {
 
 // Most event lines fit here; longer ones go to one exact-size heap buffer.
 constexpr size_t EVENT_STACK_SIZE = 2048;
-
-struct DirCloser {
-  void operator()(DIR* l_pstDir) const { closedir(l_pstDir); }
-};
 
 }  // namespace
 
@@ -136,9 +136,61 @@ int CColumnLogger::fWriteEventFile(const char* l_pstrText, size_t l_nLen) {
   return RESULT_OK;
 }
 
+// The cycle's "out_" name: the event file name with "ing_" turned into
+// "out_". False when the event file name does not have that form.
+bool CColumnLogger::fHandOffName(char* l_pstrOutName, size_t l_nSize) const {
+  const size_t l_nPrefix = strlen(m_strOutPutPath);
+  if (strncmp(m_strOutPutFileName, m_strOutPutPath, l_nPrefix) != 0 ||
+      strncmp(m_strOutPutFileName + l_nPrefix, "ing_", 4) != 0)
+    return false;
+  if (fgStrCopy(l_pstrOutName, l_nSize, m_strOutPutFileName) != 1) return false;
+  memcpy(l_pstrOutName + l_nPrefix, "out_", 4);
+  return true;
+}
+
+// Event file names carry whole seconds. A cycle in the same second as an
+// earlier one whose "out_" file still waits for the collector (the agent
+// restarted within that second, or the clock was set back) would have its
+// hand-off replace that file and lose its events. Such a cycle is skipped:
+// nothing is read, the offsets stay, and the next second gives a new name.
+bool CColumnLogger::fHandOffTaken() {
+  fMakeCycleNames();
+  char l_strOutName[NAME_BUF_SIZE];
+  if (!fHandOffName(l_strOutName, sizeof(l_strOutName))) return false;
+  struct stat l_stStat;
+  if (lstat(l_strOutName, &l_stStat) != 0) return false;
+  fgLogRecord(3, "LOG", "[%d] %s not collected yet, cycle skipped : %s", EEXIST, l_strOutName, strerror(EEXIST));
+  return true;
+}
+
+// Hands the cycle's event file to the collector. The close-out command in
+// m_strSystem is a "mv" within one directory, which is a rename: the agent
+// makes that rename itself, and runs the command through the shell only when
+// the rename fails, so that every unusual case (the "out_" name taken by a
+// directory, say) ends exactly as the command would end it. A shell and a mv
+// for every cycle with events cost the agent about 0.2 ms and its children
+// 7 ms on a small host, and the fork made the agent's pages copy-on-write.
+void CColumnLogger::fHandOff() {
+  fMakeCycleNames();
+  char l_strOutName[NAME_BUF_SIZE];
+  const bool l_bNamed = fHandOffName(l_strOutName, sizeof(l_strOutName));
+  if (l_bNamed && rename(m_strOutPutFileName, l_strOutName) == 0) return;
+  const int l_nErrno = l_bNamed ? errno : ENAMETOOLONG;
+  if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fHandOffFailure();
+  // The command holds OUTPUT_PATH unquoted: with a blank, a quote or a "$" in
+  // it the shell would run something else. The event file then stays under
+  // its "ing_" name, as after a failed command.
+  if (fgShellWord(m_strOutPutPath) == 0) {
+    fgLogRecord(3, "LOG", "[%d] %s not handed off, close-out command not run : %s", l_nErrno, m_strOutPutFileName,
+                strerror(l_nErrno));
+    return;
+  }
+  if (system(m_strSystem) == -1) fgLogRecord(3, "LOG", "[%d] close-out command failed : %s", errno, m_strSystem);
+}
+
 // Every entry counts, whatever it is; "." and ".." are taken off at the end.
 int CColumnLogger::fCheckLimitFile() {
-  std::unique_ptr<DIR, DirCloser> l_pstDir(opendir(m_strOutPutPath));
+  DirHandle l_pstDir(opendir(m_strOutPutPath));
   if (l_pstDir == nullptr) return RESULT_FAIL;
   int l_nCount = 0;
   while (readdir(l_pstDir.get()) != nullptr) l_nCount++;

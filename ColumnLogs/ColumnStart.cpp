@@ -14,11 +14,12 @@
 #include "ColumnLogger.h"
 #include "CommonConst.h"
 #include "CommonFunc.h"
+#include "ConfVocabulary.h"
 #include "OmniLog.h"
 
 namespace {
 
-constexpr int CONF_PATH_BUF_SIZE = 256;  // the path may be up to 255 characters
+constexpr int CONF_PATH_BUF_SIZE = static_cast<int>(CONF_PATH_MAX) + 1;
 constexpr int USAGE_EXIT_STATUS = 2;
 const char* const HEARTBEAT_FILE = "./LoggerAlive";
 const char* const HELP_TEXT =
@@ -50,8 +51,7 @@ void fOnStopSignal(int) { g_nStopRequested = 1; }
 // signal then ends the agent between cycles, after a last write (without the
 // key the signals keep their default action).
 std::unique_ptr<CAgentStatus> fMakeAgentStatus(CConfManager* l_pclConfManager, time_t l_tStart) {
-  char l_strKey[] = "STATUS_FILE";
-  const char* l_pstrPath = l_pclConfManager->fGetOpt(l_strKey);
+  const char* l_pstrPath = l_pclConfManager->fGetOpt(const_cast<char*>(KEY_STATUS_FILE));
   if (l_pstrPath == nullptr || l_pstrPath[0] == '\0') return nullptr;
   std::unique_ptr<CAgentStatus> l_pclStatus(new (std::nothrow) CAgentStatus(l_pstrPath, l_tStart));
   if (!l_pclStatus) return nullptr;

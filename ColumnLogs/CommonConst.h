@@ -2,10 +2,7 @@
 // reason it has the value it has.
 #pragma once
 
-// Results of every operation: ints, no exceptions.
-constexpr int RESULT_OK = 1;       // success
-constexpr int RESULT_REFUSED = 0;  // refusal or empty outcome
-constexpr int RESULT_FAIL = -1;    // null argument, missing record, no memory, I/O failure
+#include "CommonResult.h"
 
 // Fixed text buffer sizes of the records (NUL included).
 constexpr int NAME_BUF_SIZE = 512;      // names and paths

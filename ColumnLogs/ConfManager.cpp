@@ -11,27 +11,13 @@
 
 #include "CommonConst.h"
 #include "CommonFunc.h"
+#include "Holders.h"
 #include "NString.h"
 #include "OmniLog.h"
 
 namespace {
 
 constexpr mode_t LOCK_FILE_MODE = 0644;
-
-// A descriptor closed on every way out.
-class CFdHolder {
- public:
-  explicit CFdHolder(int l_nFd) : m_nFd(l_nFd) {}
-  ~CFdHolder() {
-    if (m_nFd >= 0) close(m_nFd);
-  }
-  CFdHolder(const CFdHolder&) = delete;
-  CFdHolder& operator=(const CFdHolder&) = delete;
-  int fGet() const { return m_nFd; }
-
- private:
-  int m_nFd;
-};
 
 // "[%s] file open failed : %s\n" while console tracing is on.
 void fTraceOpenFailed(const char* l_pstrPath, int l_nErr) {

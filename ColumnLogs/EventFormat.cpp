@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "CommonConst.h"
+#include "ConfVocabulary.h"
 
 namespace {
 
@@ -34,12 +35,12 @@ int fgMakeCloseOutCommand(char* buf, size_t size, const char* eventFileName, con
 
 const char* fgCompareOperatorText(int compareNum) {
   switch (compareNum) {
-    case 1: return ">";
-    case 2: return ">=";
-    case 3: return "<";
-    case 4: return "<=";
-    case 5: return "==";
-    case 6: return "!=";
+    case NUM_COMPARE_GT: return ">";
+    case NUM_COMPARE_GE: return ">=";
+    case NUM_COMPARE_LT: return "<";
+    case NUM_COMPARE_LE: return "<=";
+    case NUM_COMPARE_EQ: return "==";
+    case NUM_COMPARE_NE: return "!=";
     default: return nullptr;
   }
 }
@@ -61,9 +62,9 @@ long fgFormatCharMessage(char* buf, size_t size, int compareNum, const char* col
   if (buf == nullptr || column == nullptr || pattern == nullptr) return -1;
   // A pattern rule (3) reports with the same text as a "differs" rule (2).
   const char* l_pstrFormat = nullptr;
-  if (compareNum == 1) {
+  if (compareNum == CHAR_COMPARE_EQUAL) {
     l_pstrFormat = "Value[%s] == %s";
-  } else if (compareNum == 2 || compareNum == 3) {
+  } else if (compareNum == CHAR_COMPARE_DIFFER || compareNum == CHAR_COMPARE_PATTERN) {
     l_pstrFormat = "Value[%s] != %s";
   } else {
     return -1;
@@ -81,6 +82,6 @@ long fgFormatRuleEvent(char* buf, size_t size, int index, int type, int faultLev
 long fgFormatLineRateEvent(char* buf, size_t size, int index, int level, const char* dateText, int count,
                            int threshold) {
   if (buf == nullptr || dateText == nullptr) return -1;
-  return snprintf(buf, size, "%d%s%s%s%d%s%s log count[%d] >= [%d]\n", index, "|", "4", SEP_BAR, level, SEP_BAR,
-                  dateText, count, threshold);
+  return snprintf(buf, size, "%d%s%d%s%d%s%s log count[%d] >= [%d]\n", index, "|", EVENT_TYPE_LINE_RATE, SEP_BAR,
+                  level, SEP_BAR, dateText, count, threshold);
 }

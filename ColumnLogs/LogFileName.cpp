@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "ConfVocabulary.h"
+
 namespace {
 
 enum EN_DATE_FIELD { FIELD_YEAR4, FIELD_YEAR2, FIELD_MONTH2, FIELD_MONTH_HEX, FIELD_DAY, FIELD_HOUR, FIELD_MINUTE,
@@ -85,7 +87,7 @@ int fgExpandLogFileName(const char* l_pstrName, char l_chCreateType, const struc
     return LOGNAME_OK;
   };
   return fWalkName(l_pstrName, fAppend, [&](const ST_DATE_TOKEN& l_stToken) {
-    if (l_chCreateType == 0) return fAppend(l_stToken.m_pstrWildcard, strlen(l_stToken.m_pstrWildcard));
+    if (l_chCreateType == CREATE_TYPE_WILDCARD) return fAppend(l_stToken.m_pstrWildcard, strlen(l_stToken.m_pstrWildcard));
     char l_strValue[16];
     fFormatField(l_stToken.m_enField, l_pstTime, l_strValue, sizeof(l_strValue));
     return fAppend(l_strValue, strlen(l_strValue));

@@ -38,8 +38,6 @@ constexpr size_t kRecordSlack = 256;  // records: length of code (or file) and m
 constexpr size_t kTimeBufSize = 16;   // "YYYYMMDD-HHMMSS" and the terminator
 constexpr size_t kSmallRecord = 1024;  // records up to this size are formatted on the stack
 
-const char* fTextOrEmpty(const char* l_pstrText) { return l_pstrText == nullptr ? "" : l_pstrText; }
-
 }  // namespace
 
 void fgLogRecord(int l_nGrade, const char* l_pstrCode, const char* l_pstrFormat, ...) {
@@ -62,7 +60,7 @@ void fgLogRecord(int l_nGrade, const char* l_pstrCode, const char* l_pstrFormat,
   va_end(l_stCopy);
   if (l_nLen < 0 || l_pstrMsg == nullptr) return;  // bad format or no memory: dropped
   char l_strCode[64];
-  fgStrCopy(l_strCode, sizeof(l_strCode), fTextOrEmpty(l_pstrCode));
+  fgStrCopy(l_strCode, sizeof(l_strCode), fgTextOrEmpty(l_pstrCode));
   g_pclOmniLog->fLogWrite(l_nGrade, l_strCode, l_pstrMsg);
   delete[] l_pstrHeap;
 }
@@ -117,7 +115,7 @@ void COmniLog::fInit(int l_nLogMode, char* l_pstrMCName, int l_nValidDay) {
   // A name of 16 characters or more is cut to its first 15: every file name
   // still carries a recognisable name, and nothing is refused at start-up.
   memset(m_strMCName, 0, sizeof(m_strMCName));
-  fgStrCopy(m_strMCName, sizeof(m_strMCName), fTextOrEmpty(l_pstrMCName));
+  fgStrCopy(m_strMCName, sizeof(m_strMCName), fgTextOrEmpty(l_pstrMCName));
 
   m_pstrLogPath = new (std::nothrow) char[kPathSlack]();
   if (m_pstrLogPath != nullptr) fgStrCopy(m_pstrLogPath, kPathSlack, "./");
@@ -133,7 +131,7 @@ void COmniLog::fInit(int l_nLogMode, char* l_pstrMCName, int l_nValidDay) {
 
   // Agent loggers resume the day's most recent file after a restart. The
   // whole given name is searched, also past a cut.
-  const char* l_pstrName = fTextOrEmpty(l_pstrMCName);
+  const char* l_pstrName = fgTextOrEmpty(l_pstrMCName);
   m_nLivInvLogFlag = (strstr(l_pstrName, "AGENT") != nullptr || strstr(l_pstrName, "agent") != nullptr) ? 0 : 1;
 
   m_nCompressChk = 0;
@@ -208,7 +206,7 @@ int COmniLog::fLogWrite(int l_nLogGrade, int l_nLine, char* l_pstrFileName, char
 }
 
 int COmniLog::fWrite(int l_nLogGrade, char* l_pstrLogCode, char* l_pstrLogMsg) {
-  return fWriteGraded(l_nLogGrade, fTextOrEmpty(l_pstrLogCode), nullptr, fTextOrEmpty(l_pstrLogMsg));
+  return fWriteGraded(l_nLogGrade, fgTextOrEmpty(l_pstrLogCode), nullptr, fgTextOrEmpty(l_pstrLogMsg));
 }
 
 int COmniLog::fWriteGraded(int l_nLogGrade, const char* l_pstrLabel, const int* l_pnLine, const char* l_pstrMsg) {

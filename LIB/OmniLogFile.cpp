@@ -29,14 +29,13 @@ bool fEndsWith(const char* l_pstrText, size_t l_nLen, const char* l_pstrSuffix) 
   return l_nLen >= l_nSuffix && memcmp(l_pstrText + l_nLen - l_nSuffix, l_pstrSuffix, l_nSuffix) == 0;
 }
 
-// A word the shell takes literally as it is. Anything else (blanks, quotes,
-// "$", ";" ...) is given to the shell in single quotes, so a log path with
-// such characters can neither break nor extend the command. Returns a new[]
-// buffer, or null when memory is exhausted.
-char* fShellWord(const char* l_pstrWord) {
-  static const char kPlain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./-+,:@%";
+// A word the shell takes literally (fgShellWord) as it is. Anything else
+// (blanks, quotes, "$", ";" ...) is given to the shell in single quotes, so a
+// log path with such characters can neither break nor extend the command.
+// Returns a new[] buffer, or null when memory is exhausted.
+char* fShellQuoted(const char* l_pstrWord) {
   const size_t l_nLen = strlen(l_pstrWord);
-  const bool l_bPlain = l_nLen > 0 && strspn(l_pstrWord, kPlain) == l_nLen;
+  const bool l_bPlain = l_nLen > 0 && fgShellWord(l_pstrWord) == 1;
   char* l_pstrOut = new (std::nothrow) char[l_nLen * 4 + 3]();
   if (l_pstrOut == nullptr) return nullptr;
   if (l_bPlain) {
@@ -129,8 +128,8 @@ int COmniLog::fSetLogCompress(int l_nLogCompress) {
 
 int COmniLog::fLogCompress() {
   if (m_pstrLogFile == nullptr || m_nCompressChk == 0) return 0;
-  char* l_pstrCompressor = fShellWord(m_strCompressPath);
-  char* l_pstrFile = fShellWord(m_pstrLogFile);
+  char* l_pstrCompressor = fShellQuoted(m_strCompressPath);
+  char* l_pstrFile = fShellQuoted(m_pstrLogFile);
   char* l_pstrCommand = nullptr;
   size_t l_nSize = 0;
   if (l_pstrCompressor != nullptr && l_pstrFile != nullptr) {

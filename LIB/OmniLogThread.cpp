@@ -21,8 +21,6 @@ constexpr int kBusyPauseUsec = 5000;     // after a message: a backlog drains at
 constexpr int kIdlePauseUsec = 100000;   // while the queue is empty
 constexpr int kStopPollUsec = 1000;      // fStopThread's look at the writer
 
-const char* fTextOrEmpty(const char* l_pstrText) { return l_pstrText == nullptr ? "" : l_pstrText; }
-
 }  // namespace
 
 int COmniLog::fStartThread() {
@@ -103,7 +101,7 @@ void* fLogThreadQ(void* arg) {
 }
 
 int COmniLog::fWrite(int l_nLogGrade, int l_nLine, char* l_pstrFileName, char* l_pstrLogMsg) {
-  return fWriteGraded(l_nLogGrade, fTextOrEmpty(l_pstrFileName), &l_nLine, fTextOrEmpty(l_pstrLogMsg));
+  return fWriteGraded(l_nLogGrade, fgTextOrEmpty(l_pstrFileName), &l_nLine, fgTextOrEmpty(l_pstrLogMsg));
 }
 
 int COmniLog::fGetThreadDayTime(int l_nDayTime, char* l_pstrDayTime, int l_nMode) {

@@ -6,7 +6,9 @@
 # roles swapped (SWAP=1) to see how much is the host's noise.
 #   EXTRA     key lines for the second agent, @DIR@ standing for its folder
 #             (default: "STATUS_FILE=@DIR@/agent.prom")
-#   DURATION  seconds (default 120); AGENT the binary (default build/bin/ColumnLogs)
+#   DURATION  seconds (default 120); AGENT the binary (default build/bin/ColumnLogs);
+#   LOG_MODE  the agents' diagnostic log (default NOLOG: no records, whose writes
+#             would hide a small difference)
 set -euo pipefail
 trap 'echo "options-idle: failed (status $?) at line $LINENO: $BASH_COMMAND" >&2' ERR
 cd "$(dirname "$0")/.."
@@ -28,7 +30,7 @@ setup() {
   local d=$1 n p
   mkdir -p "$d/logs" "$d/out" "$d/log" "$d/work"
   {
-    echo "LOG_PATH=$d/log/"; echo "LOG_MODE=NORMAL"; echo "LOG_VALIDDAY=7"
+    echo "LOG_PATH=$d/log/"; echo "LOG_MODE=${LOG_MODE:-NOLOG}"; echo "LOG_VALIDDAY=7"
     echo "OUTPUT_PATH=$d/out/"; echo "LINE_WAIT_CNT=10"
     [ -n "$2" ] && printf '%s\n' "${2//@DIR@/$d}"
     for n in $(seq 1 19); do
@@ -43,18 +45,21 @@ setup() {
 }
 
 plain=$work/plain optioned=$work/optioned
-[ "${SWAP:-0}" = 1 ] && { plain=$work/b; optioned=$work/a; }
 setup "$plain" ""
 setup "$optioned" "$extra"
-(cd "$plain/work" && exec "$agent_bin" ../agent.conf) &
-pids+=($!)
-(cd "$optioned/work" && exec "$agent_bin" ../agent.conf) &
-pids+=($!)
+# SWAP=1 starts the agent with the key first.
+order=("$plain" "$optioned")
+[ "${SWAP:-0}" = 1 ] && order=("$optioned" "$plain")
+for d in "${order[@]}"; do
+  (cd "$d/work" && exec "$agent_bin" ../agent.conf) &
+  pids+=($!)
+  [ "$d" = "$plain" ] && plain_pid=$! || optioned_pid=$!
+done
 sleep 3
 ns() { awk '{ print $1 }' "/proc/$1/schedstat"; }
-a0=$(ns "${pids[0]}") b0=$(ns "${pids[1]}") t0=$(date +%s.%N)
+a0=$(ns "$plain_pid") b0=$(ns "$optioned_pid") t0=$(date +%s.%N)
 sleep "$duration"
-a1=$(ns "${pids[0]}") b1=$(ns "${pids[1]}") t1=$(date +%s.%N)
+a1=$(ns "$plain_pid") b1=$(ns "$optioned_pid") t1=$(date +%s.%N)
 awk -v a="$((a1 - a0))" -v b="$((b1 - b0))" -v t0="$t0" -v t1="$t1" -v extra="$extra" -v when="$(date -u +%FT%TZ), load $(cut -d' ' -f1-3 /proc/loadavg)" 'BEGIN {
   s = t1 - t0
   printf "idle, 19 quiet logs, %.0f s side by side (%s)\n", s, when

@@ -16,6 +16,7 @@
 #include "ColumnLogger.h"
 #include "CommonConst.h"
 #include "CommonFunc.h"
+#include "Holders.h"
 #include "Notation.h"
 #include "OmniLog.h"
 
@@ -36,11 +37,6 @@ const char* const USAGE =
     "  --version                         the version\n"
     "IN and OUT default to standard input and output (\"-\" names them too); encode drops\n"
     "the carriage returns of CRLF line ends.\n";
-
-struct FileCloser {
-  void operator()(FILE* l_pstFd) const { fclose(l_pstFd); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 // Reads a whole stream; false on a read error.
 bool fReadAll(FILE* l_pstFd, std::string* l_pstrOut) {
@@ -102,7 +98,7 @@ int fgToolFilter(int argc, char** argv, std::string (*fConvert)(const std::strin
   }
   const char* l_pstrIn = argc > 1 ? argv[1] : "-";
   const char* l_pstrOut = argc > 2 ? argv[2] : "-";
-  FilePtr l_pstIn(strcmp(l_pstrIn, "-") == 0 ? nullptr : fopen(l_pstrIn, "rbe"));
+  FileHandle l_pstIn(strcmp(l_pstrIn, "-") == 0 ? nullptr : fopen(l_pstrIn, "rbe"));
   if (strcmp(l_pstrIn, "-") != 0 && l_pstIn == nullptr) {
     fprintf(stderr, "ColumnTool %s: cannot open [%s] : %s\n", argv[0], l_pstrIn, strerror(errno));
     return TOOL_EXIT_USAGE;
@@ -115,7 +111,7 @@ int fgToolFilter(int argc, char** argv, std::string (*fConvert)(const std::strin
   const std::string l_strResult = fConvert(l_strText);
   if (strcmp(l_pstrOut, "-") == 0) return fWriteAll(stdout, l_strResult) ? TOOL_EXIT_OK : TOOL_EXIT_PROBLEMS;
   // The whole input has been read, so OUT may name the same file as IN.
-  FilePtr l_pstOut(fopen(l_pstrOut, "wbe"));
+  FileHandle l_pstOut(fopen(l_pstrOut, "wbe"));
   if (l_pstOut == nullptr) {
     fprintf(stderr, "ColumnTool %s: cannot write [%s] : %s\n", argv[0], l_pstrOut, strerror(errno));
     return TOOL_EXIT_PROBLEMS;
@@ -208,7 +204,7 @@ int fgToolEvents(int argc, char** argv) {
 
   long l_lEvents = 0;
   for (const std::string& l_strName : l_vstrOut) {
-    FilePtr l_pstFd(fopen((l_strDir + l_strName).c_str(), "rbe"));
+    FileHandle l_pstFd(fopen((l_strDir + l_strName).c_str(), "rbe"));
     std::string l_strText;
     if (l_pstFd == nullptr || !fReadAll(l_pstFd.get(), &l_strText)) {
       // Taken by the collector between the listing and the read.

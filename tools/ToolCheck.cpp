@@ -24,23 +24,11 @@
 #include "ColumnTool.h"
 #include "CommonConst.h"
 #include "CommonFunc.h"
+#include "ConfVocabulary.h"
 #include "EventFormat.h"
 #include "Notation.h"
 
 namespace {
-
-// The nine keys of an entry, in the order the loader fetches them.
-const char* const ENTRY_SUFFIXES[] = {"NAME",         "TYPE",           "CHECK_TYPE",   "SECLOG_LEVEL_CNT",
-                                      "DELIMITOR",    "NUMBER_PATTERN", "CHAR_PATTERN", "DATE_PATTERN",
-                                      "PATTERN"};
-constexpr int ENTRY_KEY_COUNT = 9;
-const char* const GLOBAL_KEYS[] = {"LOG_PATH",    "LOG_MODE",      "LOG_VALIDDAY", "PRINT",
-                                   "OUTPUT_PATH", "LINE_WAIT_CNT", "STATUS_FILE"};
-// Retention days as the agent clamps LOG_VALIDDAY.
-constexpr long VALID_DAY_DEFAULT = 7;
-constexpr long VALID_DAY_MAX = 1000;
-// The agent takes a configuration path of at most 255 characters.
-constexpr size_t AGENT_CONF_PATH_MAX = 255;
 
 class Report {
  public:
@@ -88,9 +76,16 @@ class Report {
   }
 };
 
+bool fIsLogModeWord(const char* l_pstrWord) {
+  for (const ST_LOG_MODE_WORD& l_stMode : LOG_MODE_WORDS) {
+    if (strcmp(l_pstrWord, l_stMode.m_pstrWord) == 0) return true;
+  }
+  return false;
+}
+
 std::string fKey(int l_nIndx, const char* l_pstrSuffix) {
-  char l_strKey[64];
-  snprintf(l_strKey, sizeof(l_strKey), "LOG%02d_%s", l_nIndx, l_pstrSuffix);
+  char l_strKey[ENTRY_KEY_SIZE];
+  fgEntryKey(l_strKey, sizeof(l_strKey), l_nIndx, l_pstrSuffix);
   return l_strKey;
 }
 
@@ -140,10 +135,10 @@ std::string fShellCharacters(const std::string& l_strText) {
 }
 
 void fCheckLogging(CConfManager* l_pclStore, Report& l_clReport) {
-  const char* l_pstrLogPath = fGetOpt(l_pclStore, "LOG_PATH");
-  const char* l_pstrValidDay = fGetOpt(l_pclStore, "LOG_VALIDDAY");
-  const char* l_pstrLogMode = fGetOpt(l_pclStore, "LOG_MODE");
-  const char* l_pstrPrint = fGetOpt(l_pclStore, "PRINT");
+  const char* l_pstrLogPath = fGetOpt(l_pclStore, KEY_LOG_PATH);
+  const char* l_pstrValidDay = fGetOpt(l_pclStore, KEY_LOG_VALIDDAY);
+  const char* l_pstrLogMode = fGetOpt(l_pclStore, KEY_LOG_MODE);
+  const char* l_pstrPrint = fGetOpt(l_pclStore, KEY_PRINT);
 
   if (l_pstrLogPath == nullptr) {
     l_clReport.Line("LOG_PATH      missing");
@@ -175,23 +170,22 @@ void fCheckLogging(CConfManager* l_pclStore, Report& l_clReport) {
   if (l_pstrLogMode == nullptr) {
     l_clReport.Line("LOG_MODE      missing");
     l_clReport.StartError("LOG_MODE is missing: the agent prints \"LOG_MODE is NULL\" and ends at start-up");
-  } else if (strcmp(l_pstrLogMode, "DEBUG") == 0 || strcmp(l_pstrLogMode, "NORMAL") == 0 ||
-             strcmp(l_pstrLogMode, "ERROR") == 0) {
+  } else if (fIsLogModeWord(l_pstrLogMode)) {
     l_clReport.Line("LOG_MODE      %s", fQuote(l_pstrLogMode).c_str());
   } else {
     l_clReport.Line("LOG_MODE      %s  (no diagnostic log)", fQuote(l_pstrLogMode).c_str());
     l_clReport.Warning("LOG_MODE is not DEBUG, NORMAL or ERROR (exactly, in capitals): the agent runs without a "
                        "diagnostic log");
   }
-  const bool l_bTrace = l_pstrPrint != nullptr && strcmp(l_pstrPrint, "ON") == 0;
+  const bool l_bTrace = l_pstrPrint != nullptr && strcmp(l_pstrPrint, PRINT_ON) == 0;
   l_clReport.Line("PRINT         %s  (console trace %s)", l_pstrPrint == nullptr ? "missing" : fQuote(l_pstrPrint).c_str(),
                   l_bTrace ? "on standard error" : "off");
 }
 
 void fCheckOutput(CColumnLogger& l_clLogger, const ST_TOOL_LOAD& l_stLoad, Report& l_clReport) {
   CConfManager* l_pclStore = l_clLogger.m_pclConfManager;
-  const char* l_pstrOutPath = fGetOpt(l_pclStore, "OUTPUT_PATH");
-  const char* l_pstrWaitCnt = fGetOpt(l_pclStore, "LINE_WAIT_CNT");
+  const char* l_pstrOutPath = fGetOpt(l_pclStore, KEY_OUTPUT_PATH);
+  const char* l_pstrWaitCnt = fGetOpt(l_pclStore, KEY_LINE_WAIT_CNT);
   l_clReport.Line("LINE_WAIT_CNT %s", l_pstrWaitCnt == nullptr ? "missing" : fQuote(l_pstrWaitCnt).c_str());
   if (l_pstrOutPath == nullptr) {
     l_clReport.Line("OUTPUT_PATH   missing");
@@ -257,7 +251,7 @@ void fCheckOutput(CColumnLogger& l_clLogger, const ST_TOOL_LOAD& l_stLoad, Repor
 // STATUS_FILE: optional; the file is replaced through a temporary file beside
 // it, so its directory must be writable.
 void fCheckStatusFile(CConfManager* l_pclStore, Report& l_clReport) {
-  const char* l_pstrPath = fGetOpt(l_pclStore, "STATUS_FILE");
+  const char* l_pstrPath = fGetOpt(l_pclStore, KEY_STATUS_FILE);
   if (l_pstrPath == nullptr || l_pstrPath[0] == '\0') {
     l_clReport.Line("STATUS_FILE   not set  (no status file)");
     return;
@@ -276,9 +270,9 @@ void fCheckStatusFile(CConfManager* l_pclStore, Report& l_clReport) {
 
 const char* fLogTypeText(int l_nLogType) {
   switch (l_nLogType) {
-    case 0: return "log type 0: first look starts at the end, then reads what is appended";
-    case 1: return "log type 1: the whole file is read in every cycle";
-    case 2: return "log type 2: first look starts at the start, then reads what is appended";
+    case LOG_TYPE_FROM_END: return "log type 0: first look starts at the end, then reads what is appended";
+    case LOG_TYPE_WHOLE_FILE: return "log type 1: the whole file is read in every cycle";
+    case LOG_TYPE_FROM_START: return "log type 2: first look starts at the start, then reads what is appended";
     default: return "log type not 0, 1 or 2";
   }
 }
@@ -292,7 +286,7 @@ void fCheckName(CColumnLogger& l_clLogger, ST_LOGFILE_INFO* l_pstLog, Report& l_
   const int l_nCreateType = static_cast<unsigned char>(l_pstLog->m_chCreateType);
   l_clReport.Line("  name        %s", fQuote(l_pstLog->m_strLogFile).c_str());
   l_clReport.Line("              create type %d: %s; %s", l_nCreateType,
-                  l_nCreateType == 0 ? "date tokens become \"?\" wildcards and the newest match is read"
+                  l_nCreateType == CREATE_TYPE_WILDCARD ? "date tokens become \"?\" wildcards and the newest match is read"
                                      : "date tokens become the current date and time",
                   fLogTypeText(l_pstLog->m_nLogType));
   if (l_pstLog->m_nLogType < 0 || l_pstLog->m_nLogType > 2) {
@@ -361,7 +355,7 @@ void fCheckLinePatterns(CColumnLogger& l_clLogger, ST_LOGFILE_INFO* l_pstLog, co
     if (l_pstLog->m_vnFaultGrade[l_nSlot] != PATTERN_NO_GRADE) {
       l_strGrade = " (grade " + std::to_string(l_pstLog->m_vnFaultGrade[l_nSlot]) + ")";
     }
-    if (strcmp(l_pstrText, "NULL") == 0) {
+    if (strcmp(l_pstrText, VALUE_NONE) == 0) {
       l_clReport.Line("  line pattern %d%s: NULL  (every line passes)", l_nSlot + 1, l_strGrade.c_str());
       continue;
     }
@@ -400,7 +394,7 @@ void fCheckRules(CColumnLogger& l_clLogger, int l_nIndx, Report& l_clReport) {
     if (l_pstRule->m_nIndex != l_nIndx) continue;
     const char* l_pstrOperator = fgCompareOperatorText(l_pstRule->m_nCompareNum);
     char l_strThreshold[64];
-    if (l_pstRule->m_nFaultDecide == 1) {
+    if (l_pstRule->m_nFaultDecide == NUM_DECIDE_INT) {
       snprintf(l_strThreshold, sizeof(l_strThreshold), "%d (whole numbers)", l_pstRule->m_nFaultValue);
     } else {
       snprintf(l_strThreshold, sizeof(l_strThreshold), "%.2f (decimal)", static_cast<double>(l_pstRule->m_fFaultValue));
@@ -418,15 +412,15 @@ void fCheckRules(CColumnLogger& l_clLogger, int l_nIndx, Report& l_clReport) {
     if (l_pstRule->m_nIndex != l_nIndx) continue;
     const std::string l_strText = fQuote(l_pstRule->m_strFaultPattern);
     switch (l_pstRule->m_nCompareNum) {
-      case 1:
+      case CHAR_COMPARE_EQUAL:
         l_clReport.Line("  text rule column %d, level %d: event when the column is %s", l_pstRule->m_nComumnNum,
                         l_pstRule->m_nFaultLevel, l_strText.c_str());
         break;
-      case 2:
+      case CHAR_COMPARE_DIFFER:
         l_clReport.Line("  text rule column %d, level %d: event when the column is not %s", l_pstRule->m_nComumnNum,
                         l_pstRule->m_nFaultLevel, l_strText.c_str());
         break;
-      case 3:
+      case CHAR_COMPARE_PATTERN:
         l_clReport.Line("  text rule column %d, level %d: event when the column matches the pattern %s",
                         l_pstRule->m_nComumnNum, l_pstRule->m_nFaultLevel, l_strText.c_str());
         if (l_pstRule->m_vpclStrPattern[0] == nullptr) {
@@ -465,11 +459,11 @@ int fCheckEntry(CColumnLogger& l_clLogger, int l_nIndx, const std::vector<std::s
   std::string l_strMissing;
   int l_nPresent = 0;
   for (int l_nKey = 0; l_nKey < ENTRY_KEY_COUNT; ++l_nKey) {
-    l_vpstrValues[l_nKey] = fGetOpt(l_pclStore, fKey(l_nIndx, ENTRY_SUFFIXES[l_nKey]));
+    l_vpstrValues[l_nKey] = fGetOpt(l_pclStore, fKey(l_nIndx, ENTRY_KEYS[l_nKey].m_pstrSuffix));
     if (l_vpstrValues[l_nKey] != nullptr) {
       ++l_nPresent;
     } else {
-      l_strMissing += (l_strMissing.empty() ? "" : ", ") + fKey(l_nIndx, ENTRY_SUFFIXES[l_nKey]);
+      l_strMissing += (l_strMissing.empty() ? "" : ", ") + fKey(l_nIndx, ENTRY_KEYS[l_nKey].m_pstrSuffix);
     }
   }
   if (l_nPresent == 0) {
@@ -503,7 +497,7 @@ int fCheckEntry(CColumnLogger& l_clLogger, int l_nIndx, const std::vector<std::s
 
   l_clReport.Line("LOG%02d loaded", l_nIndx);
   fCheckName(l_clLogger, l_pstLog, l_clReport);
-  fCheckLinePatterns(l_clLogger, l_pstLog, l_vpstrValues[ENTRY_KEY_COUNT - 1], l_clReport);
+  fCheckLinePatterns(l_clLogger, l_pstLog, l_vpstrValues[KEY_PATTERN], l_clReport);
   fCheckRules(l_clLogger, l_nIndx, l_clReport);
   l_clReport.Line("  line rate   %s", fQuote(l_vpstrValues[3]).c_str());
   return 0;
@@ -532,7 +526,7 @@ void fCheckLineRate(CColumnLogger& l_clLogger, Report& l_clReport) {
     if (l_pstLog == l_pstLast) continue;
     const std::string l_strKey = fKey(l_pstLog->m_nIndx, "SECLOG_LEVEL_CNT");
     const char* l_pstrValue = fGetOpt(l_clLogger.m_pclConfManager, l_strKey);
-    if (l_pstrValue == nullptr || strcmp(l_pstrValue, "NULL") == 0) continue;
+    if (l_pstrValue == nullptr || strcmp(l_pstrValue, VALUE_NONE) == 0) continue;
     if (l_pstrLastValue != nullptr && strcmp(l_pstrValue, l_pstrLastValue) == 0) continue;
     l_clReport.Warning("%s is not in force: only the thresholds of the last loaded entry (%s) count", l_strKey.c_str(),
                        l_strLastKey.c_str());
@@ -586,7 +580,8 @@ void fCheckKeys(CConfManager* l_pclStore, Report& l_clReport) {
     if (!l_bKnown && sscanf(l_pstrKey, "LOG%2d_%63s", &l_nIndx, l_strSuffix) == 2 && isdigit(static_cast<unsigned char>(l_pstrKey[3])) &&
         isdigit(static_cast<unsigned char>(l_pstrKey[4]))) {
       bool l_bSuffix = false;
-      for (const char* l_pstrEntrySuffix : ENTRY_SUFFIXES) l_bSuffix = l_bSuffix || l_strKey == fKey(l_nIndx, l_pstrEntrySuffix);
+      for (const ST_ENTRY_KEY& l_stEntryKey : ENTRY_KEYS)
+        l_bSuffix = l_bSuffix || l_strKey == fKey(l_nIndx, l_stEntryKey.m_pstrSuffix);
       if (l_bSuffix && (l_nIndx < 1 || l_nIndx > MAX_WATCHED_LOGS)) {
         l_fHeader();
         l_clReport.Warning("key %s is never read: entries run from LOG01 to LOG19", fQuote(l_pstrKey).c_str());
@@ -649,8 +644,8 @@ int fgToolCheck(int argc, char** argv) {
 
   Report l_clReport;
   l_clReport.Line("configuration %s", l_pstrPath);
-  if (strlen(l_pstrPath) > AGENT_CONF_PATH_MAX) {
-    l_clReport.StartError("the path is longer than %zu characters: the agent refuses it", AGENT_CONF_PATH_MAX);
+  if (strlen(l_pstrPath) > CONF_PATH_MAX) {
+    l_clReport.StartError("the path is longer than %zu characters: the agent refuses it", CONF_PATH_MAX);
   }
   fCheckLogging(l_clLogger.m_pclConfManager, l_clReport);
   fCheckOutput(l_clLogger, l_stLoad, l_clReport);

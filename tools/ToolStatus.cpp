@@ -16,6 +16,7 @@
 #include "ColumnLogger.h"
 #include "ColumnTool.h"
 #include "CommonConst.h"
+#include "ConfVocabulary.h"
 
 namespace {
 
@@ -121,8 +122,7 @@ int fgToolStatus(int argc, char** argv) {
     fprintf(stderr, "ColumnTool status: cannot read [%s]\n", l_strConfig.c_str());
     return TOOL_EXIT_USAGE;
   }
-  char l_strKey[] = "STATUS_FILE";
-  const char* l_pstrStatus = l_clLogger.m_pclConfManager->fGetOpt(l_strKey);
+  const char* l_pstrStatus = l_clLogger.m_pclConfManager->fGetOpt(const_cast<char*>(KEY_STATUS_FILE));
   if (l_pstrStatus == nullptr || l_pstrStatus[0] == '\0') {
     fprintf(stderr, "ColumnTool status: [%s] sets no STATUS_FILE: the agent keeps no status file\n",
             l_strConfig.c_str());

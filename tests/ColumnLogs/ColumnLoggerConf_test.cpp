@@ -2,6 +2,32 @@
 #include "ColumnLogger.h"
 #include "TestSupport.h"
 
+#include <cstdlib>
+#include <new>
+
+// Allocations fail on demand: while g_failSize is set, the allocation of that many bytes after g_failSkip others of
+// the same size fails. Every form of new and delete is replaced, so that allocation and release always match.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"  // the replaced delete frees what the replaced new took
+size_t g_failSize = 0;
+int g_failSkip = 0;
+void* Allocate(size_t size) {
+  if (g_failSize != 0 && size == g_failSize && g_failSkip-- == 0) return g_failSize = 0, nullptr;
+  return malloc(size == 0 ? 1 : size);
+}
+void* operator new(size_t size) {
+  if (void* p = Allocate(size)) return p;
+  throw std::bad_alloc();
+}
+void* operator new[](size_t size) { return operator new(size); }
+void* operator new(size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void* operator new[](size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void operator delete(void* p) noexcept { free(p); }
+void operator delete[](void* p) noexcept { free(p); }
+void operator delete(void* p, size_t) noexcept { free(p); }
+void operator delete[](void* p, size_t) noexcept { free(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { free(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { free(p); }
+
 // A gatherer loaded from a configuration text, with a DEBUG logger (whose records can be read) when asked.
 struct Loaded {
   explicit Loaded(const std::string& config, bool withLogger = false, int print = 0) {
@@ -134,4 +160,34 @@ TEST(ColumnLoggerConf, RulesAreRecordedAndRegisteredInOrder) {
             std::string::npos)
       << loaded.m_err;
   EXPECT_EQ(Count(loaded.m_err, "\nadd log pattern success!!\n"), 2u);
+}
+
+// A rule that cannot be stored (memory exhausted) refuses its entry whole: the watched log and the rules registered
+// before it are removed again, the key is named; the other entries stay.
+TEST(ColumnLoggerConf, RuleThatCannotBeStoredRollsTheEntryBack) {
+  const struct { size_t size; int skip; const char* err; } cases[] = {
+      {sizeof(ST_NUM_PATTERN_LIST), 1, "LOG02_NUMBER_PATTERN rejected: rule not registered (memory exhausted)\n"},
+      {sizeof(ST_DATE_PATTERN_LIST), 0, "LOG02_DATE_PATTERN rejected: rule not registered (memory exhausted)\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.err);
+    WatchEntry bad = Entry(2);
+    bad.number = "1{~}1{~}5{~}1{~}{~}{|}2{~}1{~}5{~}1{~}{~}", bad.text = "3{~}1{~}A{~}1", bad.date = "4{~}hh:mm:ss";
+    TempDir dir;
+    ASSERT_TRUE(WriteFile(dir.file("agent.conf"), "OUTPUT_PATH=/tmp/out/\nLINE_WAIT_CNT=1\n" + EntryLines(Entry(1)) +
+                                                      EntryLines(bad) + EntryLines(Entry(3))));
+    std::string conf = dir.file("agent.conf");
+    CColumnLogger logger;
+    ASSERT_EQ(logger.fSetConfManager(&conf[0]), 1);
+    g_failSize = c.size, g_failSkip = c.skip;
+    const std::string err = StderrOf([&] { EXPECT_EQ(logger.fLoadConfInfo(), 1); });
+    EXPECT_EQ(g_failSize, 0u) << "the allocation was made and failed";
+    g_failSize = 0;
+    EXPECT_EQ(err, c.err);
+    EXPECT_EQ(logger.m_pclLogFileList->fGetNode(2), nullptr);
+    EXPECT_EQ(logger.m_pclNumPatternList->fGetNode(2), nullptr);
+    EXPECT_EQ(logger.m_pclCharPatternList->fGetNode(2), nullptr);
+    EXPECT_EQ(logger.m_pclDatePatternList->fGetNode(2), nullptr);
+    EXPECT_EQ(logger.m_pclLogFileList->fGetLogFileCount(), 2);
+  }
 }

@@ -11,8 +11,9 @@
 #include <cstring>
 #include <string>
 
-#include "CommonConst.h"
 #include "CommonFunc.h"
+#include "CommonResult.h"
+#include "Holders.h"
 
 namespace {
 
@@ -21,21 +22,7 @@ constexpr size_t IP_TEXT_MAX = 15;       // "255.255.255.255"
 constexpr int IP_PART_MAX = 255;
 constexpr int IP_INNER_PARTS = 3;  // parts followed by a dot
 constexpr int IP_LETTER_SCAN = 3;  // characters of a part looked at for letters
-
-// Closes a directory stream on every way out.
-class CDirHolder {
- public:
-  explicit CDirHolder(const char* l_pstrPath) : m_pstDir(opendir(l_pstrPath)) {}
-  ~CDirHolder() {
-    if (m_pstDir != nullptr) closedir(m_pstDir);
-  }
-  CDirHolder(const CDirHolder&) = delete;
-  CDirHolder& operator=(const CDirHolder&) = delete;
-  DIR* fGet() const { return m_pstDir; }
-
- private:
-  DIR* m_pstDir;
-};
+constexpr size_t FOUND_NAME_SIZE = 256;  // the caller's buffer of fgFindFileName
 
 // 1 when `l_pstrPart` is an accepted address part: no letter among its first
 // three characters and a leading decimal number (strtol rules) within 0..255.
@@ -52,8 +39,8 @@ int fIPPartOk(const char* l_pstrPart) {
 int fgMakeDirectory(char* l_pstrDPath) {
   if (l_pstrDPath == nullptr || l_pstrDPath[0] == '\0') return RESULT_FAIL;
   {
-    CDirHolder l_clDir(l_pstrDPath);
-    if (l_clDir.fGet() != nullptr) return RESULT_OK;
+    const DirHandle l_pstDir(opendir(l_pstrDPath));
+    if (l_pstDir != nullptr) return RESULT_OK;
     if (errno != ENOENT) return RESULT_FAIL;
   }
 
@@ -81,12 +68,12 @@ int fgMakeDirectory(char* l_pstrDPath) {
 
 int fgFindFileName(char* l_pstrPattern, char* l_pstrFileName) {
   if (l_pstrPattern == nullptr || l_pstrFileName == nullptr) return RESULT_REFUSED;
-  CDirHolder l_clDir("./");
-  if (l_clDir.fGet() == nullptr) return RESULT_REFUSED;
-  while (struct dirent* l_pstEntry = readdir(l_clDir.fGet())) {
+  const DirHandle l_pstDir(opendir("./"));
+  if (l_pstDir == nullptr) return RESULT_REFUSED;
+  while (struct dirent* l_pstEntry = readdir(l_pstDir.get())) {
     if (l_pstEntry->d_name[0] == '.') continue;  // hidden files, "." and ".."
     if (fnmatch(l_pstrPattern, l_pstEntry->d_name, 0) == 0) {
-      fgStrCopy(l_pstrFileName, SHORT_BUF_SIZE, l_pstEntry->d_name);
+      fgStrCopy(l_pstrFileName, FOUND_NAME_SIZE, l_pstEntry->d_name);
       return RESULT_OK;
     }
   }

@@ -26,6 +26,9 @@ int fgIPCheck(char* l_pstrIP);
 // Returns 1 when it fitted whole, 0 when it was cut (or size is 0).
 int fgStrCopy(char* dst, size_t size, const char* src);
 
+// The text, or "" for null.
+inline const char* fgTextOrEmpty(const char* l_pstrText) { return l_pstrText == nullptr ? "" : l_pstrText; }
+
 // 1 when the text can stand unquoted as one word of a shell command and
 // means only itself there: letters, digits, bytes from 0x80 and
 // "/._-+,@%:=". 0 for any other character (blanks, quotes, "$", ";", ...).
