@@ -489,7 +489,7 @@ int fCheckEntry(CColumnLogger& l_clLogger, int l_nIndx, const std::vector<std::s
     for (int l_nKey = 0; l_nKey < ENTRY_KEY_COUNT; ++l_nKey) {
       if (!fgHasSeparatorMistake(l_vpstrValues[l_nKey])) continue;
       l_clReport.Line("  hint: %s holds \"{~}\", \"{|}\" or a plain \"~\": write the separators with ColumnTool encode",
-                      fKey(l_nIndx, ENTRY_SUFFIXES[l_nKey]).c_str());
+                      fKey(l_nIndx, ENTRY_KEYS[l_nKey].m_pstrSuffix).c_str());
       break;
     }
     return 1;
