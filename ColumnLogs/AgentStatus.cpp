@@ -215,6 +215,16 @@ std::string CAgentStatus::fRender(CColumnLogger& l_clLogger, time_t l_tNow) {
            static_cast<unsigned long long>(m_vstEntries[r.m_nIndx].m_vulEvents[l_nKind]));
     }
   }
+  fHeader(l_strOut, "columnlogs_entry_deferred_turns_total", "counter",
+          "Turns that stopped early and left the rest of the log for the next cycle (DEFER_EVENTS): at the event "
+          "ceiling, or because events could not be written.");
+  for (const ST_ROW& r : l_vstRows) {
+    for (int l_nReason = 0; l_nReason < DEFER_REASONS; ++l_nReason) {
+      fAdd(l_strOut, "columnlogs_entry_deferred_turns_total{%s,reason=\"%s\"} %llu\n", r.m_strLabels.c_str(),
+           l_nReason == DEFER_CEILING ? "ceiling" : "write_failed",
+           static_cast<unsigned long long>(m_vstEntries[r.m_nIndx].m_vulDeferred[l_nReason]));
+    }
+  }
   l_fGauge("columnlogs_entry_events_last_minute", "Events fired in the last minute.",
            [&](const ST_ROW& r) { fAdd(l_strOut, "columnlogs_entry_events_last_minute{%s} %llu\n", r.m_strLabels.c_str(), static_cast<unsigned long long>(r.m_ulEventsMinute)); });
   l_fGauge("columnlogs_entry_lines_passed_over_last_minute", "Lines passed over by the event ceiling in the last minute.",

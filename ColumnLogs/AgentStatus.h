@@ -22,6 +22,8 @@ class CColumnLogger;
 
 // Kinds of events, by the type field of the event line (1, 2 and 4).
 enum EN_EVENT_KIND { EVENT_KIND_NUMERIC = 0, EVENT_KIND_TEXT = 1, EVENT_KIND_LINE_RATE = 2, EVENT_KINDS = 3 };
+// Why a turn left lines for the next cycle (DEFER_EVENTS).
+enum EN_DEFER_REASON { DEFER_CEILING = 0, DEFER_WRITE_FAILED = 1, DEFER_REASONS = 2 };
 
 class CAgentStatus {
  public:
@@ -58,6 +60,10 @@ class CAgentStatus {
   void fEvent(EN_EVENT_KIND l_enKind) {
     if (fValid(m_nCurrent)) ++m_vstEntries[m_nCurrent].m_vulEvents[l_enKind];
   }
+  // A turn of entry `l_nIndx` stopped early and left lines for the next cycle.
+  void fDeferred(int l_nIndx, EN_DEFER_REASON l_enReason) {
+    if (fValid(l_nIndx)) ++m_vstEntries[l_nIndx].m_vulDeferred[l_enReason];
+  }
   void fReadPause() { ++m_ulReadPauses; }
   void fWriteFailure() { ++m_ulWriteFailures; }
   void fHandOffFailure() { ++m_ulHandOffFailures; }
@@ -90,6 +96,7 @@ class CAgentStatus {
     uint64_t m_ulLinesMatched = 0;     // lines that passed the line patterns
     uint64_t m_ulLinesPassedOver = 0;  // of those, lines not evaluated (event ceiling)
     uint64_t m_vulEvents[EVENT_KINDS] = {};
+    uint64_t m_vulDeferred[DEFER_REASONS] = {};  // turns stopped early, by reason
     // Previous write: bytes behind, for "falls behind".
     long long m_llPrevBehind = -1;
     time_t m_tMissingSince = 0;  // 0: the file is there

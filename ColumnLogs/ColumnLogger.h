@@ -12,6 +12,8 @@
 #include <cstdio>
 #include <memory>
 #include <ctime>
+#include <utility>
+#include <vector>
 
 #include "CharPatternList.h"
 #include "CommonConst.h"
@@ -194,7 +196,29 @@ class CColumnLogger {
   // The "out_" name of this cycle's event file; false when it has no "ing_".
   bool fHandOffName(char* l_pstrOutName, size_t l_nSize) const;
   // Renames the event file to its "out_" name (the close-out of the cycle).
+  // An empty event file is removed instead, and one that may end in a part
+  // of an event line (a short write that could not be cut back) stays.
   void fHandOff();
+
+  // DEFER_EVENTS (DeferEvents.h), in ColumnLoggerDefer.cpp. At the start of
+  // a turn reading from offset `l_lStart`:
+  void fDeferTurnStart(long l_lStart);
+  // After the line ending at offset `l_lLineEnd` was offered: true when the
+  // turn must stop, with `*l_plKeep` the offset the next turn starts from.
+  bool fDeferLineDone(int l_nIndx, long l_lLineEnd, long* l_plKeep);
+  // At the end of the file (`l_lEnd` the offset the turn would save): the
+  // offset to save instead when events could not be written.
+  long fDeferTurnEnd(int l_nIndx, long l_lEnd);
+  // After a failed write of the event buffer: cuts the file back to the end
+  // of the last log line whose events all stayed, and moves the safe offset there.
+  void fDeferCutBack();
+  long m_lDeferSafe = 0;              // offset up to which every line's events are written
+  bool m_bDeferWriteFailed = false;   // an event write of this turn failed
+  // Log line ends in the event buffer: (bytes held after the line, offset of its end).
+  std::vector<std::pair<size_t, long>> m_vDeferMarks;
+  bool m_bEventFileTorn = false;      // the event file may end in a part of a line
+  size_t m_nLastWriteKept = 0;        // bytes of the last fWriteEventFile that stayed in the file
+  off_t m_lLastWriteStart = -1;       // size of the event file before that write (-1 unknown)
 
   // Events of the running gather cycle wait in this buffer and reach the
   // event file in one write, before the hand-off or when the buffer is full,

@@ -12,6 +12,7 @@
 #include "AgentStatus.h"
 #include "ColumnLogger.h"
 #include "CommonConst.h"
+#include "DeferEvents.h"
 #include "CommonFunc.h"
 #include "ConfVocabulary.h"
 #include "EventFormat.h"
@@ -166,10 +167,13 @@ int CColumnLogger::fLineFilter(ST_LOGFILE_INFO* l_pstMember, char* l_pstrOpenNam
 }
 
 void CColumnLogger::fOfferLine(ST_LOGFILE_INFO* l_pstLogFileInfo, char* l_pstrOpenName) {
+  // With deferral the turn stops after the line that reaches the ceiling, so
+  // every entry sharing the file evaluates that line whole.
+  const int l_nAtLineStart = m_nFaultSendIncrease;
   for (ST_LOGFILE_INFO* l_pstMember = l_pstLogFileInfo; l_pstMember != nullptr; l_pstMember = l_pstMember->m_pstNext) {
     if (l_pstMember != l_pstLogFileInfo && !fSameGroup(l_pstLogFileInfo, l_pstMember)) continue;
     if (fLineFilter(l_pstMember, l_pstrOpenName) != 1) continue;
-    if (m_nFaultSendIncrease <= m_nFaultSendLimit) {
+    if ((g_bDeferEvents ? l_nAtLineStart : m_nFaultSendIncrease) <= m_nFaultSendLimit) {
       if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fLineEvaluated(l_pstMember->m_nIndx);
       fColumnIndexFind(l_pstMember->m_nIndx, l_pstMember->m_nSecLogCntFaultLevel, l_pstMember->m_nSecLogCount);
     } else if (g_pclAgentStatus != nullptr) {
@@ -183,10 +187,16 @@ void CColumnLogger::fReadTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd, 
   char l_strPiece[READ_PIECE_SIZE];
   CPieceReader l_clReader(l_pstFd);
   int l_nThrottle = 0;
+  // Deferral needs the offset of every line end: where the turn started plus
+  // what the reader has handed out.
+  const long l_lTurnStart = g_bDeferEvents ? ftell(l_pstFd) : 0;
+  long l_lConsumed = 0;
+  if (g_bDeferEvents) fDeferTurnStart(l_lTurnStart);
   for (;;) {
     const long l_lPieceLen = l_clReader.fNext(l_strPiece, READ_PIECE_SIZE - 1);
     if (l_lPieceLen == 0) break;
     ++*l_plPieces;
+    l_lConsumed += l_lPieceLen;
     if (g_nPrint == 1) fprintf(stderr, "[%s]read_log : %s\n", l_pstLogFileInfo->m_strLogFile, l_strPiece);
     if (++l_nThrottle > READ_THROTTLE_PIECES) {
       fprintf(stderr, "LINE READ COUNT OVER[%d] SLEEP...\n", l_nThrottle);
@@ -227,6 +237,15 @@ void CColumnLogger::fReadTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd, 
     // The next line is gathered from here; only its terminator matters.
     l_pstrLine[0] = '\0';
     g_lLineLen = 0;
+    long l_lKeep = 0;
+    if (g_bDeferEvents && fDeferLineDone(l_pstLogFileInfo->m_nIndx, l_lTurnStart + l_lConsumed, &l_lKeep)) {
+      *l_plUnfinished = ftell(l_pstFd) - l_lKeep;  // the caller saves ftell less this
+      return;
+    }
+  }
+  if (g_bDeferEvents) {
+    const long l_lEnd = l_lTurnStart + l_lConsumed - *l_plUnfinished;
+    *l_plUnfinished = ftell(l_pstFd) - fDeferTurnEnd(l_pstLogFileInfo->m_nIndx, l_lEnd);
   }
 }
 

@@ -16,6 +16,7 @@
 #include "AgentStatus.h"
 #include "ColumnLogger.h"
 #include "CommonConst.h"
+#include "DeferEvents.h"
 #include "CommonFunc.h"
 #include "EventFormat.h"
 #include "Holders.h"
@@ -101,9 +102,15 @@ int CColumnLogger::fFlushEvents() {
   if (m_nEventBufLen == 0) return RESULT_OK;
   const size_t l_nLen = m_nEventBufLen;
   m_nEventBufLen = 0;
-  if (fWriteEventFile(m_pstrEventBuf.get(), l_nLen) == RESULT_OK) return RESULT_OK;
-  fgLogRecord(3, "LOG", "[%d] %s event write failed, %zu bytes lost : %s", errno, m_strOutPutFileName, l_nLen,
-              strerror(errno));
+  if (fWriteEventFile(m_pstrEventBuf.get(), l_nLen) == RESULT_OK) {
+    if (!m_vDeferMarks.empty()) m_lDeferSafe = m_vDeferMarks.back().second;
+    m_vDeferMarks.clear();
+    return RESULT_OK;
+  }
+  if (g_bDeferEvents) fDeferCutBack();
+  // The bytes really lost: a short write keeps the whole event lines it wrote.
+  fgLogRecord(3, "LOG", "[%d] %s event write failed, %zu bytes lost : %s", errno, m_strOutPutFileName,
+              l_nLen - m_nLastWriteKept, strerror(errno));
   return RESULT_FAIL;
 }
 
@@ -113,11 +120,16 @@ int CColumnLogger::fFlushEvents() {
 int CColumnLogger::fWriteEventFile(const char* l_pstrText, size_t l_nLen) {
   fMakeCycleNames();
   // fgOpen adds close-on-exec, so the shell of the close-out command never inherits it.
+  m_nLastWriteKept = 0;
   const int l_nFd = fgOpen(m_strOutPutFileName, O_RDWR | O_CREAT | O_APPEND, 0666);
   if (l_nFd < 0) {
+    m_bDeferWriteFailed = true;
     if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fWriteFailure();
     return RESULT_FAIL;
   }
+  struct stat l_stBefore;
+  const off_t l_lBefore = fstat(l_nFd, &l_stBefore) == 0 ? l_stBefore.st_size : -1;
+  m_lLastWriteStart = l_lBefore;
   size_t l_nDone = 0;
   while (l_nDone < l_nLen) {
     const ssize_t l_nWritten = write(l_nFd, l_pstrText + l_nDone, l_nLen - l_nDone);
@@ -125,10 +137,26 @@ int CColumnLogger::fWriteEventFile(const char* l_pstrText, size_t l_nLen) {
     if (l_nWritten <= 0) break;
     l_nDone += static_cast<size_t>(l_nWritten);
   }
-  // A short write or a failed close (disk full) means the events were not kept.
+  // A short write (disk full) is cut back to its last whole event line, so a
+  // handed-off file never ends in a part of one.
   const int l_nSavedErrno = errno;
+  m_nLastWriteKept = l_nDone;
+  if (l_nDone != l_nLen) {
+    size_t l_nWhole = l_nDone;
+    while (l_nWhole > 0 && l_pstrText[l_nWhole - 1] != '\n') --l_nWhole;
+    if (l_nWhole != l_nDone) {
+      if (l_lBefore >= 0 && ftruncate(l_nFd, l_lBefore + static_cast<off_t>(l_nWhole)) == 0) {
+        m_nLastWriteKept = l_nWhole;
+      } else {
+        m_bEventFileTorn = true;
+      }
+    }
+  }
+  // A failed close means the events were not kept either.
   const int l_nClose = close(l_nFd);
   if (l_nDone != l_nLen || l_nClose != 0) {
+    m_bDeferWriteFailed = true;
+    if (l_nClose != 0) m_nLastWriteKept = 0;
     if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fWriteFailure();
     if (l_nDone != l_nLen) errno = l_nSavedErrno;
     return RESULT_FAIL;
@@ -174,6 +202,20 @@ void CColumnLogger::fHandOff() {
   fMakeCycleNames();
   char l_strOutName[NAME_BUF_SIZE];
   const bool l_bNamed = fHandOffName(l_strOutName, sizeof(l_strOutName));
+  // A cycle whose every write failed leaves an empty file (or none): nothing
+  // to hand off. A file that may end in a part of an event line stays.
+  struct stat l_stEvents;
+  if (stat(m_strOutPutFileName, &l_stEvents) == 0 && l_stEvents.st_size == 0) {
+    unlink(m_strOutPutFileName);
+    fgLogRecord(3, "LOG", "%s empty (its events were not written), not handed off", m_strOutPutFileName);
+    return;
+  }
+  if (m_bEventFileTorn) {
+    m_bEventFileTorn = false;
+    fgLogRecord(3, "LOG", "[%d] %s may end in a part of an event line, not handed off : %s", EIO, m_strOutPutFileName,
+                strerror(EIO));
+    return;
+  }
   if (l_bNamed && rename(m_strOutPutFileName, l_strOutName) == 0) return;
   const int l_nErrno = l_bNamed ? errno : ENAMETOOLONG;
   if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fHandOffFailure();

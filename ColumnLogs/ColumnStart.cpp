@@ -15,6 +15,7 @@
 #include "CommonConst.h"
 #include "CommonFunc.h"
 #include "ConfVocabulary.h"
+#include "DeferEvents.h"
 #include "OmniLog.h"
 
 namespace {
@@ -108,6 +109,8 @@ int main(int argc, char** argv) {
   }
 
   const std::unique_ptr<CAgentStatus> l_pclStatus = fMakeAgentStatus(l_pclLogger->m_pclConfManager, time(nullptr));
+  const char* l_pstrDefer = l_pclLogger->m_pclConfManager->fGetOpt(const_cast<char*>(KEY_DEFER_EVENTS));
+  g_bDeferEvents = l_pstrDefer != nullptr && strcmp(l_pstrDefer, DEFER_EVENTS_ON) == 0;
   g_pclAgentStatus = l_pclStatus.get();
 
   time_t l_tLastGather = 0;

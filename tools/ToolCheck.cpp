@@ -25,6 +25,7 @@
 #include "CommonConst.h"
 #include "CommonFunc.h"
 #include "ConfVocabulary.h"
+#include "DeferEvents.h"
 #include "EventFormat.h"
 #include "Notation.h"
 
@@ -266,6 +267,20 @@ void fCheckStatusFile(CConfManager* l_pclStore, Report& l_clReport) {
                        "cannot be written",
                        fQuote(l_strDir.c_str()).c_str());
   }
+}
+
+// DEFER_EVENTS: "1" turns deferral on; anything else leaves it off.
+void fCheckDeferEvents(CConfManager* l_pclStore, Report& l_clReport) {
+  const char* l_pstrValue = fGetOpt(l_pclStore, KEY_DEFER_EVENTS);
+  if (l_pstrValue != nullptr && strcmp(l_pstrValue, DEFER_EVENTS_ON) == 0) {
+    l_clReport.Line("DEFER_EVENTS  \"1\"  (lines past the 100-event ceiling of a turn, and lines whose events cannot be "
+                    "written, wait for the next cycle)");
+    return;
+  }
+  l_clReport.Line("DEFER_EVENTS  %s  (lines past the 100-event ceiling of a turn are passed over; events that cannot be "
+                  "written are dropped)",
+                  l_pstrValue == nullptr ? "not set" : fQuote(l_pstrValue).c_str());
+  if (l_pstrValue != nullptr) l_clReport.Warning("DEFER_EVENTS is not \"1\": deferral stays off");
 }
 
 const char* fLogTypeText(int l_nLogType) {
@@ -650,6 +665,7 @@ int fgToolCheck(int argc, char** argv) {
   fCheckLogging(l_clLogger.m_pclConfManager, l_clReport);
   fCheckOutput(l_clLogger, l_stLoad, l_clReport);
   fCheckStatusFile(l_clLogger.m_pclConfManager, l_clReport);
+  fCheckDeferEvents(l_clLogger.m_pclConfManager, l_clReport);
 
   int l_nSkipped = 0;
   int l_nLoaded = 0;
