@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -24,7 +25,8 @@ namespace {
 // Readable by the monitoring system's user whatever the agent's umask.
 constexpr mode_t STATUS_FILE_MODE = 0644;
 
-const char* const KIND_LABELS[EVENT_KINDS] = {"numeric", "text", "line_rate"};
+const char* const KIND_LABELS[EVENT_KINDS] = {",kind=\"numeric\"", ",kind=\"text\"", ",kind=\"line_rate\""};
+const char* const DEFER_LABELS[DEFER_REASONS] = {",reason=\"ceiling\"", ",reason=\"write_failed\""};
 
 // Length of the UTF-8 sequence starting at `l_pstrText[l_nPos]`, 0 when it is not valid.
 size_t fUtf8Length(const std::string& l_strText, size_t l_nPos) {
@@ -56,6 +58,21 @@ void fAdd(std::string& l_strOut, const char* l_pstrFormat, ...) {
   const int l_nLen = vsnprintf(l_strBuf, sizeof(l_strBuf), l_pstrFormat, l_vaArgs);
   va_end(l_vaArgs);
   if (l_nLen > 0) l_strOut.append(l_strBuf, std::min(static_cast<size_t>(l_nLen), sizeof(l_strBuf) - 1));
+}
+
+// One sample line: name{labels[,extra]} value.
+template <typename T>
+void fSample(std::string& l_strOut, const char* l_pstrName, const std::string& l_strLabels, const char* l_pstrExtra,
+             T l_tValue) {
+  char l_strNumber[24];
+  const auto l_stResult = std::to_chars(l_strNumber, l_strNumber + sizeof(l_strNumber), l_tValue);
+  l_strOut += l_pstrName;
+  l_strOut += '{';
+  l_strOut += l_strLabels;
+  l_strOut += l_pstrExtra;
+  l_strOut += "} ";
+  l_strOut.append(l_strNumber, l_stResult.ptr);
+  l_strOut += '\n';
 }
 
 void fHeader(std::string& l_strOut, const char* l_pstrName, const char* l_pstrType, const char* l_pstrHelp) {
@@ -179,27 +196,32 @@ std::string CAgentStatus::fRender(CColumnLogger& l_clLogger, time_t l_tNow) {
     l_vstRows.push_back(l_stRow);
   }
 
+  // Built by appends (no formatting per line): this runs every ten seconds.
   std::string l_strOut;
+  l_strOut.reserve(32768);
   auto l_fGauge = [&](const char* l_pstrName, const char* l_pstrHelp, auto l_fValue) {
     fHeader(l_strOut, l_pstrName, "gauge", l_pstrHelp);
-    for (const ST_ROW& l_stRow : l_vstRows) l_fValue(l_stRow);
+    for (const ST_ROW& l_stRow : l_vstRows) fSample(l_strOut, l_pstrName, l_stRow.m_strLabels, "", l_fValue(l_stRow));
   };
   auto l_fCounter = [&](const char* l_pstrName, const char* l_pstrHelp, uint64_t ST_ENTRY_COUNTS::*l_pulField) {
     fHeader(l_strOut, l_pstrName, "counter", l_pstrHelp);
-    for (const ST_ROW& l_stRow : l_vstRows) {
-      fAdd(l_strOut, "%s{%s} %llu\n", l_pstrName, l_stRow.m_strLabels.c_str(),
-           static_cast<unsigned long long>(m_vstEntries[l_stRow.m_nIndx].*l_pulField));
-    }
+    for (const ST_ROW& l_stRow : l_vstRows)
+      fSample(l_strOut, l_pstrName, l_stRow.m_strLabels, "", m_vstEntries[l_stRow.m_nIndx].*l_pulField);
   };
+  using R = const ST_ROW&;
   l_fGauge("columnlogs_entry_bytes_behind", "Bytes of the watched file not read yet (its size less the entry's offset).",
-           [&](const ST_ROW& r) { fAdd(l_strOut, "columnlogs_entry_bytes_behind{%s} %lld\n", r.m_strLabels.c_str(), r.m_llBehind); });
+           [](R r) { return r.m_llBehind; });
   l_fGauge("columnlogs_entry_file_size_bytes", "Size of the watched file (0 while it is missing).",
-           [&](const ST_ROW& r) { fAdd(l_strOut, "columnlogs_entry_file_size_bytes{%s} %lld\n", r.m_strLabels.c_str(), r.m_llSize); });
-  l_fGauge("columnlogs_entry_read_bytes_per_second", "Bytes read per second over the last minute.",
-           [&](const ST_ROW& r) { fAdd(l_strOut, "columnlogs_entry_read_bytes_per_second{%s} %.1f\n", r.m_strLabels.c_str(), r.m_dRate); });
+           [](R r) { return r.m_llSize; });
+  fHeader(l_strOut, "columnlogs_entry_read_bytes_per_second", "gauge", "Bytes read per second over the last minute.");
+  for (R r : l_vstRows) {
+    char l_strRate[32];
+    snprintf(l_strRate, sizeof(l_strRate), "%.1f", r.m_dRate);
+    l_strOut += "columnlogs_entry_read_bytes_per_second{" + r.m_strLabels + "} " + l_strRate + "\n";
+  }
   l_fGauge("columnlogs_entry_falling_behind",
            "1 when the bytes behind grew since the last report: the log grows faster than the read budget.",
-           [&](const ST_ROW& r) { fAdd(l_strOut, "columnlogs_entry_falling_behind{%s} %d\n", r.m_strLabels.c_str(), r.m_bFalling ? 1 : 0); });
+           [](R r) { return r.m_bFalling ? 1LL : 0LL; });
   l_fCounter("columnlogs_entry_lines_read_total", "Whole lines read from the watched file.", &ST_ENTRY_COUNTS::m_ulLinesRead);
   l_fCounter("columnlogs_entry_bytes_read_total", "Bytes of the whole lines read, line ends included.",
              &ST_ENTRY_COUNTS::m_ulBytesRead);
@@ -209,32 +231,31 @@ std::string CAgentStatus::fRender(CColumnLogger& l_clLogger, time_t l_tNow) {
              "Lines that passed the line patterns but were not evaluated: the turn had written more than 100 events.",
              &ST_ENTRY_COUNTS::m_ulLinesPassedOver);
   fHeader(l_strOut, "columnlogs_entry_events_total", "counter", "Events fired, by kind (numeric, text and line-rate rules).");
-  for (const ST_ROW& r : l_vstRows) {
+  for (R r : l_vstRows) {
     for (int l_nKind = 0; l_nKind < EVENT_KINDS; ++l_nKind) {
-      fAdd(l_strOut, "columnlogs_entry_events_total{%s,kind=\"%s\"} %llu\n", r.m_strLabels.c_str(), KIND_LABELS[l_nKind],
-           static_cast<unsigned long long>(m_vstEntries[r.m_nIndx].m_vulEvents[l_nKind]));
+      fSample(l_strOut, "columnlogs_entry_events_total", r.m_strLabels, KIND_LABELS[l_nKind],
+              m_vstEntries[r.m_nIndx].m_vulEvents[l_nKind]);
     }
   }
   fHeader(l_strOut, "columnlogs_entry_deferred_turns_total", "counter",
           "Turns that stopped early and left the rest of the log for the next cycle (DEFER_EVENTS): at the event "
           "ceiling, or because events could not be written.");
-  for (const ST_ROW& r : l_vstRows) {
+  for (R r : l_vstRows) {
     for (int l_nReason = 0; l_nReason < DEFER_REASONS; ++l_nReason) {
-      fAdd(l_strOut, "columnlogs_entry_deferred_turns_total{%s,reason=\"%s\"} %llu\n", r.m_strLabels.c_str(),
-           l_nReason == DEFER_CEILING ? "ceiling" : "write_failed",
-           static_cast<unsigned long long>(m_vstEntries[r.m_nIndx].m_vulDeferred[l_nReason]));
+      fSample(l_strOut, "columnlogs_entry_deferred_turns_total", r.m_strLabels, DEFER_LABELS[l_nReason],
+              m_vstEntries[r.m_nIndx].m_vulDeferred[l_nReason]);
     }
   }
   l_fGauge("columnlogs_entry_events_last_minute", "Events fired in the last minute.",
-           [&](const ST_ROW& r) { fAdd(l_strOut, "columnlogs_entry_events_last_minute{%s} %llu\n", r.m_strLabels.c_str(), static_cast<unsigned long long>(r.m_ulEventsMinute)); });
+           [](R r) { return r.m_ulEventsMinute; });
   l_fGauge("columnlogs_entry_lines_passed_over_last_minute", "Lines passed over by the event ceiling in the last minute.",
-           [&](const ST_ROW& r) { fAdd(l_strOut, "columnlogs_entry_lines_passed_over_last_minute{%s} %llu\n", r.m_strLabels.c_str(), static_cast<unsigned long long>(r.m_ulPassedOverMinute)); });
+           [](R r) { return r.m_ulPassedOverMinute; });
   l_fGauge("columnlogs_entry_last_turn_timestamp_seconds", "Time of the entry's last turn (0: none yet).",
-           [&](const ST_ROW& r) { fAdd(l_strOut, "columnlogs_entry_last_turn_timestamp_seconds{%s} %ld\n", r.m_strLabels.c_str(), r.m_lLastTurn); });
+           [](R r) { return static_cast<long long>(r.m_lLastTurn); });
   l_fGauge("columnlogs_entry_file_missing", "1 while the file the entry names is missing (the entry waits for it).",
-           [&](const ST_ROW& r) { fAdd(l_strOut, "columnlogs_entry_file_missing{%s} %d\n", r.m_strLabels.c_str(), r.m_bMissing ? 1 : 0); });
+           [](R r) { return r.m_bMissing ? 1LL : 0LL; });
   l_fGauge("columnlogs_entry_file_missing_since_timestamp_seconds", "Since when the file is missing (0: it is there).",
-           [&](const ST_ROW& r) { fAdd(l_strOut, "columnlogs_entry_file_missing_since_timestamp_seconds{%s} %ld\n", r.m_strLabels.c_str(), static_cast<long>(m_vstEntries[r.m_nIndx].m_tMissingSince)); });
+           [&](R r) { return static_cast<long long>(m_vstEntries[r.m_nIndx].m_tMissingSince); });
 
   fHeader(l_strOut, "columnlogs_cycles_total", "counter", "Gather cycles run.");
   fAdd(l_strOut, "columnlogs_cycles_total %llu\n", static_cast<unsigned long long>(m_ulCycles));

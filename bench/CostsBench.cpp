@@ -14,6 +14,8 @@
 #include <filesystem>
 #include <string>
 
+#include "AgentStatus.h"
+#include "ColumnLogger.h"
 #include "OmniLog.h"
 
 namespace {
@@ -22,8 +24,10 @@ namespace {
 class CScratch {
  public:
   CScratch() {
-    char l_strTemplate[] = "/tmp/columncosts.XXXXXX";
-    const char* l_pstrDir = mkdtemp(l_strTemplate);
+    // In TMPDIR when set: the cost of creating and renaming files depends on the file system.
+    const char* l_pstrTmp = getenv("TMPDIR");
+    std::string l_strTemplate = std::string(l_pstrTmp != nullptr ? l_pstrTmp : "/tmp") + "/columncosts.XXXXXX";
+    const char* l_pstrDir = mkdtemp(&l_strTemplate[0]);
     m_strDir = l_pstrDir != nullptr ? l_pstrDir : "";
     m_strFile = m_strDir + "/app.log";
     FILE* l_pstFd = fopen(m_strFile.c_str(), "w");
@@ -128,5 +132,38 @@ void BM_CloseOutCommand(benchmark::State& state) {
 BENCHMARK(BM_CloseOutCommand)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
+
+// One write of the status file (STATUS_FILE) for 19 entries: what the key
+// costs every ten seconds.
+void BM_StatusFileWrite(benchmark::State& state) {
+  CScratch l_clScratch;
+  const std::string l_strConf = l_clScratch.m_strDir + "/agent.conf";
+  FILE* l_pstFd = fopen(l_strConf.c_str(), "w");
+  if (!l_clScratch.fOk() || l_pstFd == nullptr) {
+    state.SkipWithError("no scratch directory");
+    return;
+  }
+  fprintf(l_pstFd, "LOG_PATH=%s/\nLOG_MODE=NOLOG\nLOG_VALIDDAY=7\nOUTPUT_PATH=%s/\nLINE_WAIT_CNT=1\n",
+          l_clScratch.m_strDir.c_str(), l_clScratch.m_strDir.c_str());
+  for (int l_nIndx = 1; l_nIndx <= 19; ++l_nIndx) {
+    fprintf(l_pstFd,
+            "LOG%02d_NAME=%s\nLOG%02d_TYPE=0\nLOG%02d_CHECK_TYPE=1\nLOG%02d_SECLOG_LEVEL_CNT=NULL\n"
+            "LOG%02d_DELIMITOR=,\x03\x1f\x7eNULL\nLOG%02d_NUMBER_PATTERN=NULL\nLOG%02d_CHAR_PATTERN=NULL\n"
+            "LOG%02d_DATE_PATTERN=NULL\nLOG%02d_PATTERN=NULL\n",
+            l_nIndx, l_clScratch.m_strFile.c_str(), l_nIndx, l_nIndx, l_nIndx, l_nIndx, l_nIndx, l_nIndx, l_nIndx,
+            l_nIndx);
+  }
+  fclose(l_pstFd);
+  CColumnLogger l_clLogger;
+  std::string l_strPath = l_strConf;
+  if (l_clLogger.fSetConfManager(&l_strPath[0]) != 1 || l_clLogger.fLoadConfInfo() != 1) {
+    state.SkipWithError("configuration not loaded");
+    return;
+  }
+  CAgentStatus l_clStatus((l_clScratch.m_strDir + "/agent.prom").c_str(), time(nullptr));
+  time_t l_tNow = time(nullptr);
+  for (auto _ : state) benchmark::DoNotOptimize(l_clStatus.fWrite(l_clLogger, l_tNow += 10));
+}
+BENCHMARK(BM_StatusFileWrite)->Unit(benchmark::kMicrosecond);
 
 BENCHMARK_MAIN();
