@@ -129,15 +129,10 @@ CAgentStatus::CAgentStatus(const char* l_pstrPath, time_t l_tStart) : m_strPath(
 }
 
 std::string CAgentStatus::fRender(CColumnLogger& l_clLogger, time_t l_tNow) {
-  struct ST_ROW {
-    int m_nIndx;
-    std::string m_strLabels;  // entry="03",file="..."
-    long long m_llSize, m_llBehind;
-    double m_dRate;
-    uint64_t m_ulEventsMinute, m_ulPassedOverMinute;
-    long m_lLastTurn;
-    bool m_bMissing, m_bFalling;
-  };
+  return fFormat(fRows(l_clLogger, l_tNow), l_tNow);
+}
+
+std::vector<CAgentStatus::ST_ROW> CAgentStatus::fRows(CColumnLogger& l_clLogger, time_t l_tNow) {
   std::vector<ST_ROW> l_vstRows;
   // By entry number, which is registry order, without the registry's cursor.
   for (int l_nIndx = 1; l_nIndx <= MAX_WATCHED_LOGS; ++l_nIndx) {
@@ -195,6 +190,33 @@ std::string CAgentStatus::fRender(CColumnLogger& l_clLogger, time_t l_tNow) {
     l_stCounts.m_nHistory = l_nKeep + 1;
     l_vstRows.push_back(l_stRow);
   }
+  return l_vstRows;
+}
+
+uint64_t CAgentStatus::fSignature(const std::vector<ST_ROW>& l_vstRows) const {
+  uint64_t l_ulHash = 1469598103934665603ULL;  // FNV-1a over the figures
+  auto l_fMix = [&](uint64_t l_ulValue) {
+    for (int l_nByte = 0; l_nByte < 8; ++l_nByte, l_ulValue >>= 8) l_ulHash = (l_ulHash ^ (l_ulValue & 0xFF)) * 1099511628211ULL;
+  };
+  for (const ST_ROW& l_stRow : l_vstRows) {
+    for (const char l_chChar : l_stRow.m_strLabels) l_fMix(static_cast<unsigned char>(l_chChar));
+    const ST_ENTRY_COUNTS& l_stCounts = m_vstEntries[l_stRow.m_nIndx];
+    for (uint64_t l_ulValue : {static_cast<uint64_t>(l_stRow.m_llSize), static_cast<uint64_t>(l_stRow.m_llBehind),
+                               static_cast<uint64_t>(l_stRow.m_dRate), l_stRow.m_ulEventsMinute,
+                               l_stRow.m_ulPassedOverMinute, static_cast<uint64_t>(l_stRow.m_bMissing),
+                               static_cast<uint64_t>(l_stRow.m_bFalling), l_stCounts.m_ulLinesRead,
+                               l_stCounts.m_ulLinesMatched, l_stCounts.m_ulLinesPassedOver})
+      l_fMix(l_ulValue);
+    for (uint64_t l_ulValue : l_stCounts.m_vulEvents) l_fMix(l_ulValue);
+    for (uint64_t l_ulValue : l_stCounts.m_vulDeferred) l_fMix(l_ulValue);
+  }
+  for (uint64_t l_ulValue : {m_ulSkippedSpool, m_ulSkippedTaken, static_cast<uint64_t>(m_nSpool), m_ulReadPauses,
+                             m_ulWriteFailures, m_ulHandOffFailures})
+    l_fMix(l_ulValue);
+  return l_ulHash;
+}
+
+std::string CAgentStatus::fFormat(const std::vector<ST_ROW>& l_vstRows, time_t l_tNow) {
 
   // Built by appends (no formatting per line): this runs every ten seconds.
   std::string l_strOut;
@@ -282,9 +304,20 @@ std::string CAgentStatus::fRender(CColumnLogger& l_clLogger, time_t l_tNow) {
   return l_strOut;
 }
 
-int CAgentStatus::fWrite(CColumnLogger& l_clLogger, time_t l_tNow) {
+int CAgentStatus::fWrite(CColumnLogger& l_clLogger, time_t l_tNow, bool l_bWhole) {
   m_tLastWrite = l_tNow;
-  const std::string l_strText = fRender(l_clLogger, l_tNow);
+  const std::vector<ST_ROW> l_vstRows = fRows(l_clLogger, l_tNow);
+  // Unchanged figures (the clock-like ones aside: cycles run, turn and write
+  // times) are not written again within a minute: the file's modification
+  // time is renewed instead, which is what a rename of a new file would cost
+  // a quiet agent many times over.
+  const uint64_t l_ulSignature = fSignature(l_vstRows);
+  if (!l_bWhole && !m_bFailing && l_ulSignature == m_ulLastSignature && l_tNow >= m_tLastFull &&
+      l_tNow - m_tLastFull < UNCHANGED_REWRITE_SECONDS && utimensat(AT_FDCWD, m_strPath.c_str(), nullptr, 0) == 0)
+    return RESULT_OK;
+  m_ulLastSignature = l_ulSignature;
+  m_tLastFull = l_tNow;
+  const std::string l_strText = fFormat(l_vstRows, l_tNow);
   const std::string l_strTemp = m_strPath + ".tmp";
   const int l_nFd = fgOpen(l_strTemp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, STATUS_FILE_MODE);
   bool l_bOk = l_nFd >= 0;

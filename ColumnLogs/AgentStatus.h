@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <vector>
 
 #include "CommonConst.h"
 
@@ -75,8 +76,11 @@ class CAgentStatus {
   // for every entry of `l_clLogger`'s registry, the file it resolves to, its
   // size and the bytes not read yet. 1 written; -1 failed, with one
   // diagnostic record per change from written to failed and back (not one
-  // per try). Does not move the registry's cursor.
-  int fWrite(CColumnLogger& l_clLogger, time_t l_tNow);
+  // per try). Does not move the registry's cursor. When no figure changed
+  // (cycles run and times aside) the file is written again only once a
+  // minute and its modification time renewed in between.
+  // `l_bWhole`: write the whole file whatever changed (the last write at a stop).
+  int fWrite(CColumnLogger& l_clLogger, time_t l_tNow, bool l_bWhole = false);
 
   // The file's text for `l_clLogger` at `l_tNow`, without writing it (the
   // tests read it). Updates the per-interval figures as fWrite does.
@@ -110,6 +114,28 @@ class CAgentStatus {
   };
 
   static bool fValid(int l_nIndx) { return l_nIndx >= 1 && l_nIndx <= MAX_WATCHED_LOGS; }
+
+  // One entry's line of figures at a write.
+  struct ST_ROW {
+    int m_nIndx = 0;
+    std::string m_strLabels;  // entry="03",file="..."
+    long long m_llSize = 0, m_llBehind = 0;
+    double m_dRate = 0;
+    uint64_t m_ulEventsMinute = 0, m_ulPassedOverMinute = 0;
+    long m_lLastTurn = 0;
+    bool m_bMissing = false, m_bFalling = false;
+  };
+  // The entries' figures now (a status query of each file), with the
+  // last-minute history moved on.
+  std::vector<ST_ROW> fRows(CColumnLogger& l_clLogger, time_t l_tNow);
+  std::string fFormat(const std::vector<ST_ROW>& l_vstRows, time_t l_tNow);
+  // A hash of every figure but the clock-like ones (cycles run, times).
+  uint64_t fSignature(const std::vector<ST_ROW>& l_vstRows) const;
+
+  // A file whose figures did not change is written again after this long.
+  static constexpr int UNCHANGED_REWRITE_SECONDS = 60;
+  uint64_t m_ulLastSignature = 0;
+  time_t m_tLastFull = 0;  // time of the last write of the whole file
 
   std::string m_strPath;
   time_t m_tStart;

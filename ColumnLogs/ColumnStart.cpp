@@ -127,7 +127,7 @@ int main(int argc, char** argv) {
       l_tLastHeartbeat = l_tBeatClock;
     }
     if (l_pclStatus != nullptr && (g_nStopRequested != 0 || l_pclStatus->fDue(l_tBeatClock))) {
-      l_pclStatus->fWrite(*l_pclLogger, l_tBeatClock);
+      l_pclStatus->fWrite(*l_pclLogger, l_tBeatClock, g_nStopRequested != 0);
     }
     if (g_nStopRequested != 0) break;
     fgUSleep(MAIN_LOOP_USEC);

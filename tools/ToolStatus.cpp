@@ -1,6 +1,7 @@
 // status [CONFIG]: the agent's status file (STATUS_FILE of CONFIG) as a table
 // a person reads at a glance, with plain warnings; exit status 1 while a
 // warning stands, so it serves as a health check.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -165,7 +166,10 @@ int fgToolStatus(int argc, char** argv) {
   fclose(l_pstFd);
 
   const time_t l_tNow = time(nullptr);
-  const time_t l_tWritten = static_cast<time_t>(l_mapAgent["columnlogs_status_time_seconds"]);
+  // A quiet agent renews the file's modification time instead of writing it again.
+  time_t l_tWritten = static_cast<time_t>(l_mapAgent["columnlogs_status_time_seconds"]);
+  struct stat l_stStatus;
+  if (stat(l_pstrStatus, &l_stStatus) == 0 && l_stStatus.st_mtime > l_tWritten) l_tWritten = l_stStatus.st_mtime;
   printf("status file %s, written %ld s ago; agent %s running since %s\n", l_pstrStatus,
          static_cast<long>(l_tNow - l_tWritten), l_strVersion.c_str(),
          fTimeText(static_cast<time_t>(l_mapAgent["columnlogs_start_time_seconds"])).c_str());

@@ -1,5 +1,7 @@
 // The status file's text: label values that stay valid whatever a file name holds, and a file a real parser of the
 // text exposition format accepts.
+#include <sys/stat.h>
+
 #include "AgentStatus.h"
 #include "ColumnLogger.h"
 #include "TestSupport.h"
@@ -50,4 +52,32 @@ TEST(AgentStatus, ARealParserAcceptsTheFile) {
   ASSERT_EQ(parsed.status, 0) << parsed.err << text;
   EXPECT_EQ(parsed.out, std::to_string(Count(text, "# TYPE ")) + " " +
                             std::to_string(Count(text, "\n") - 2 * Count(text, "# TYPE ")) + " True\n");
+}
+
+// A quiet agent renews the file's time every write, and writes it whole again after a minute or after a change.
+TEST(AgentStatus, UnchangedFiguresRenewTheTimeAndAreWrittenAgainAfterAMinute) {
+  AgentDir dir;
+  const std::string log = dir.AppLog("a,b,95\n"), path = dir.Path("agent.prom");
+  ASSERT_TRUE(WriteFile(dir.Path("agent.conf"), GlobalLines(dir.Dir(), "NOLOG") + EntryLines(CpuRule(1, log))));
+  CColumnLogger logger;
+  ASSERT_EQ(logger.fSetConfManager(Text(dir.Path("agent.conf"))), 1);
+  ASSERT_EQ(logger.fLoadConfInfo(), 1);
+  const time_t t0 = time(nullptr);
+  CAgentStatus status(path.c_str(), t0);
+  const auto writeAt = [&](time_t when) {  // the text written, and whether the file's time was renewed
+    const struct timespec old[2] = {{1000, 0}, {1000, 0}};
+    utimensat(AT_FDCWD, path.c_str(), old, 0);
+    EXPECT_EQ(status.fWrite(logger, when), 1);
+    struct stat st;
+    return std::make_pair(ReadFile(path), stat(path.c_str(), &st) == 0 && st.st_mtime > 1000);
+  };
+  const auto first = writeAt(t0);
+  const auto quiet = writeAt(t0 + 10);
+  EXPECT_EQ(quiet.first, first.first);
+  EXPECT_TRUE(quiet.second);
+  const auto minute = writeAt(t0 + 70);
+  EXPECT_NE(minute.first.find("columnlogs_status_time_seconds " + std::to_string(t0 + 70) + "\n"), std::string::npos);
+  ASSERT_TRUE(AppendFile(log, "c,d,96\n"));
+  EXPECT_NE(writeAt(t0 + 80).first.find("columnlogs_status_time_seconds " + std::to_string(t0 + 80) + "\n"),
+            std::string::npos);
 }
