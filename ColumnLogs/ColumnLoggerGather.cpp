@@ -144,11 +144,12 @@ int CColumnLogger::fLineFilter(ST_LOGFILE_INFO* l_pstMember, char* l_pstrOpenNam
     if (l_pstrPattern[0] == '\0') return 0;
     const int l_nResult = fPattComp(l_pstMember, l_nSlot, l_pstrLine);
     if (g_nPrint == 1 && g_pclOmniLog != nullptr) {
-      fgLogRecord(3, "LOG", "LOG PATTERN [index:%d], [grade:%d], [pattern:%s], [comp result:%d]", l_nSlot,
-                  l_pstMember->m_vnFaultGrade[l_nSlot], l_pstrPattern, l_nResult);
+      fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LOG PATTERN [index:%d], [grade:%d], [pattern:%s], [comp result:%d]",
+                  l_nSlot, l_pstMember->m_vnFaultGrade[l_nSlot], l_pstrPattern, l_nResult);
     }
     if (l_nResult == 1) {
-      if (g_nPrint == 1 && g_pclOmniLog != nullptr) fgLogRecord(3, "LOG", "LOG REGULA COMPARE RESULT : TRUE");
+      if (g_nPrint == 1 && g_pclOmniLog != nullptr)
+        fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LOG REGULA COMPARE RESULT : TRUE");
       return 1;
     }
   }
@@ -183,7 +184,7 @@ void CColumnLogger::fReadTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd, 
     *l_plUnfinished += l_lPieceLen;
     if (g_lLineBufSize - 30 - g_lLineLen <= l_lPieceLen && fGrowCycleBuffers(l_lPieceLen) == 0) {
       // Out of memory: this line cannot be collected; drop what was gathered of it.
-      fgLogRecord(3, "LOG", "[%d] line of %ld bytes dropped : %s", ENOMEM, g_lLineLen + l_lPieceLen, strerror(ENOMEM));
+      fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, ENOMEM, "line of %ld bytes dropped", g_lLineLen + l_lPieceLen);
       g_lLineLen = 0;
       memset(fgCurrentLine(), 0, 1);
       continue;
@@ -215,7 +216,7 @@ void CColumnLogger::fSaveGroupOffset(ST_LOGFILE_INFO* l_pstLogFileInfo, long l_l
     if (l_pstMember != l_pstLogFileInfo && !fSameGroup(l_pstLogFileInfo, l_pstMember)) continue;
     l_pstMember->m_lLastGatherTime = l_lNow;
     l_pstMember->m_lOffSet = l_lOffSet;
-    fgLogRecord(3, "LOG", "LOG offset save : %ld", l_lOffSet);
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LOG offset save : %ld", l_lOffSet);
     l_pstMember->m_nGatherFlag = 1;
     // The first look stays each member's own: a member served only through
     // the shared read is positioned by its log type at its first own turn.
@@ -224,9 +225,9 @@ void CColumnLogger::fSaveGroupOffset(ST_LOGFILE_INFO* l_pstLogFileInfo, long l_l
 
 int CColumnLogger::fLogGather() {
   m_nSeqID = 0;
-  fgLogRecord(3, "LOG", "LogGather start");
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LogGather start");
   const int l_nWaiting = fCheckLimitFile();
-  fgLogRecord(3, "LOG", "Old Event Count = %d", l_nWaiting);
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "Old Event Count = %d", l_nWaiting);
   if (l_nWaiting >= OUTPUT_BACKLOG_LIMIT) return 1;
 
   m_pclLogFileList->fInitGatherFlag();
@@ -234,7 +235,7 @@ int CColumnLogger::fLogGather() {
   l_pstrLineBuf = new (std::nothrow) char[CYCLE_BUF_START]();
   m_pstrOriginalBuf = new (std::nothrow) char[CYCLE_BUF_START]();
   if (l_pstrLineBuf == nullptr || m_pstrOriginalBuf == nullptr) {
-    fgLogRecord(3, "LOG", "[%d] gather cycle skipped : %s", ENOMEM, strerror(ENOMEM));
+    fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, ENOMEM, "gather cycle skipped");
     fReleaseCycleBuffers();
     return 1;
   }
@@ -275,7 +276,8 @@ int CColumnLogger::fLogGather() {
     fUseRulePlans(false);
     fSaveGroupOffset(l_pstLogFileInfo, ftell(l_pstFd) - l_lUnfinished);
     fclose(l_pstFd);
-    fgLogRecord(3, "LOG", "log count = %d, fault count = %d", static_cast<int>(l_lPieces), m_nFaultSendIncrease);
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "log count = %d, fault count = %d", static_cast<int>(l_lPieces),
+                m_nFaultSendIncrease);
   }
 
   fFlushEvents();
@@ -284,6 +286,6 @@ int CColumnLogger::fLogGather() {
   m_bNamesPending = false;
   fReleaseCycleBuffers();
   m_tRctGtrTime = time(nullptr);
-  fgLogRecord(3, "LOG", "LogGather end");
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LogGather end");
   return 1;
 }

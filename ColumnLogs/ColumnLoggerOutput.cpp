@@ -98,8 +98,8 @@ int CColumnLogger::fFlushEvents() {
   const size_t l_nLen = m_nEventBufLen;
   m_nEventBufLen = 0;
   if (fWriteEventFile(m_pstrEventBuf.get(), l_nLen) == RESULT_OK) return RESULT_OK;
-  fgLogRecord(3, "LOG", "[%d] %s event write failed, %zu bytes lost : %s", errno, m_strOutPutFileName, l_nLen,
-              strerror(errno));
+  fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, errno, "%s event write failed, %zu bytes lost", m_strOutPutFileName,
+             l_nLen);
   return RESULT_FAIL;
 }
 
@@ -151,7 +151,7 @@ bool CColumnLogger::fHandOffTaken() {
   if (!fHandOffName(l_strOutName, sizeof(l_strOutName))) return false;
   struct stat l_stStat;
   if (lstat(l_strOutName, &l_stStat) != 0) return false;
-  fgLogRecord(3, "LOG", "[%d] %s not collected yet, cycle skipped : %s", EEXIST, l_strOutName, strerror(EEXIST));
+  fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, EEXIST, "%s not collected yet, cycle skipped", l_strOutName);
   return true;
 }
 
@@ -172,11 +172,12 @@ void CColumnLogger::fHandOff() {
   // it the shell would run something else. The event file then stays under
   // its "ing_" name, as after a failed command.
   if (fgShellWord(m_strOutPutPath) == 0) {
-    fgLogRecord(3, "LOG", "[%d] %s not handed off, close-out command not run : %s", l_nErrno, m_strOutPutFileName,
-                strerror(l_nErrno));
+    fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, l_nErrno, "%s not handed off, close-out command not run",
+               m_strOutPutFileName);
     return;
   }
-  if (system(m_strSystem) == -1) fgLogRecord(3, "LOG", "[%d] close-out command failed : %s", errno, m_strSystem);
+  if (system(m_strSystem) == -1)
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[%d] close-out command failed : %s", errno, m_strSystem);
 }
 
 // Every entry counts, whatever it is; "." and ".." are taken off at the end.
