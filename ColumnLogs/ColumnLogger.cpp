@@ -49,7 +49,7 @@ CColumnLogger::CColumnLogger()
 }
 
 CColumnLogger::~CColumnLogger() {
-  fReleaseCycleBuffers();
+  m_clCycleBuffers.fRelease();
   delete m_pclLogFileList;
   delete m_pclNumPatternList;
   delete m_pclCharPatternList;
