@@ -332,12 +332,12 @@ int CAgentStatus::fWrite(CColumnLogger& l_clLogger, time_t l_tNow, bool l_bWhole
     const int l_nErrno = errno;
     if (l_nFd >= 0) unlink(l_strTemp.c_str());
     if (!m_bFailing) {
-      fgLogRecord(3, "LOG", "[%d] %s status file write failed : %s", l_nErrno, m_strPath.c_str(), strerror(l_nErrno));
+      fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, l_nErrno, "%s status file write failed", m_strPath.c_str());
     }
     m_bFailing = true;
     return RESULT_FAIL;
   }
-  if (m_bFailing) fgLogRecord(3, "LOG", "%s status file written again", m_strPath.c_str());
+  if (m_bFailing) fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "%s status file written again", m_strPath.c_str());
   m_bFailing = false;
   return RESULT_OK;
 }

@@ -49,7 +49,7 @@ CColumnLogger::CColumnLogger()
 }
 
 CColumnLogger::~CColumnLogger() {
-  fReleaseCycleBuffers();
+  m_clCycleBuffers.fRelease();
   delete m_pclLogFileList;
   delete m_pclNumPatternList;
   delete m_pclCharPatternList;
@@ -91,23 +91,17 @@ int fMakeOmniLog(CConfManager* l_pclConfManager) {
     return 0;
   }
 
-  long l_lValidDay = strtol(l_pstrValidDay, nullptr, 10);
-  if (l_lValidDay < 1) {
-    l_lValidDay = VALID_DAY_DEFAULT;
-  } else if (l_lValidDay > VALID_DAY_MAX) {
-    l_lValidDay = VALID_DAY_MAX;
-  }
+  const long l_lValidDay = fgValidDays(l_pstrValidDay);
 
   delete g_pclOmniLog;
   g_pclOmniLog = nullptr;
 
   char l_strName[] = "SER";
-  for (const ST_LOG_MODE_WORD& l_stMode : LOG_MODE_WORDS) {
-    if (strcmp(l_pstrLogMode, l_stMode.m_pstrWord) != 0) continue;
-    g_pclOmniLog = new (std::nothrow) COmniLog(l_stMode.m_nMode, l_strName, static_cast<int>(l_lValidDay));
+  const int l_nMode = fgLogModeOfWord(l_pstrLogMode);
+  if (l_nMode != 0) {
+    g_pclOmniLog = new (std::nothrow) COmniLog(l_nMode, l_strName, static_cast<int>(l_lValidDay));
     // fSetLogPath keeps a copy of its own, so the store's value is passed as it is.
     if (g_pclOmniLog != nullptr) g_pclOmniLog->fSetLogPath(l_pstrLogPath);
-    break;
   }
 
   const char* l_pstrPrint = l_pclConfManager->fGetOpt(const_cast<char*>(KEY_PRINT));

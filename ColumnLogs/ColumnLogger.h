@@ -18,6 +18,7 @@
 #include "CharPatternList.h"
 #include "CommonConst.h"
 #include "ConfManager.h"
+#include "CycleBuffers.h"
 #include "DatePatternList.h"
 #include "LogFileList.h"
 #include "NumPatternList.h"
@@ -172,8 +173,6 @@ class CColumnLogger {
   void fOfferLine(ST_LOGFILE_INFO* l_pstLogFileInfo, char* l_pstrOpenName);
   int fLineFilter(ST_LOGFILE_INFO* l_pstMember, char* l_pstrOpenName);
   void fSaveGroupOffset(ST_LOGFILE_INFO* l_pstLogFileInfo, long l_lOffSet);
-  int fGrowCycleBuffers(long l_lNeed);
-  void fReleaseCycleBuffers();
   // evaluation and output helpers
   // End of a line: feeds the time key to the lines-per-second count and
   // writes at most one line-rate event for watched log `l_nIndx`.
@@ -274,6 +273,9 @@ class CColumnLogger {
   // Builds m_strOutPutFileName and m_strSystem from the cycle's start time
   // when a gather cycle needs them and has not built them yet.
   void fMakeCycleNames();
+
+  // The line accumulator and the column buffer of a cycle or replay turn.
+  CCycleBuffers m_clCycleBuffers{m_pstrOriginalBuf, m_lOriginalBufSize};
 
   std::unique_ptr<char[]> m_pstrEventBuf;  // allocated at the first held event
   size_t m_nEventBufLen = 0;               // bytes held

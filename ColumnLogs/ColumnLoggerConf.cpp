@@ -23,7 +23,7 @@ void fReportRejected(int l_nIndx, const char* l_pstrSuffix, const char* l_pstrFo
   vsnprintf(l_strReason, sizeof(l_strReason), l_pstrFormat, l_vaArgs);
   va_end(l_vaArgs);
   fprintf(stderr, "LOG%02d_%s rejected: %s\n", l_nIndx, l_pstrSuffix, l_strReason);
-  fgLogRecord(3, "LOG", "LOG%02d_%s rejected: %s", l_nIndx, l_pstrSuffix, l_strReason);
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LOG%02d_%s rejected: %s", l_nIndx, l_pstrSuffix, l_strReason);
 }
 
 // Cuts `l_pstrEntry` at `l_pstrSep` into at most `l_nMax` fields; returns
@@ -64,7 +64,7 @@ int CColumnLogger::fPatternCheck(char* l_pstrPattern, char* l_pstrMsg) {
 }
 
 int CColumnLogger::fLoadConfInfo() {
-  fgLogRecord(3, "LOG", "fLoadConfInfo start");
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "fLoadConfInfo start");
   if (m_pclConfManager == nullptr) return 0;
 
   // The two global keys are required: without them the agent would write its
@@ -79,15 +79,15 @@ int CColumnLogger::fLoadConfInfo() {
   for (const auto& l_stGlobal : l_vstGlobals) {
     if (l_stGlobal.m_pstrValue == nullptr) {
       fprintf(stderr, "%s is NULL\n", l_stGlobal.m_pstrKey);
-      fgLogRecord(3, "LOG", "%s is NULL", l_stGlobal.m_pstrKey);
+      fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "%s is NULL", l_stGlobal.m_pstrKey);
       return 0;
     }
     const size_t l_nLen = strlen(l_stGlobal.m_pstrValue);
     if (l_nLen > l_stGlobal.m_nMaxLen) {
       fprintf(stderr, "%s is too long (%zu characters, at most %zu)\n", l_stGlobal.m_pstrKey, l_nLen,
               l_stGlobal.m_nMaxLen);
-      fgLogRecord(3, "LOG", "%s is too long (%zu characters, at most %zu)", l_stGlobal.m_pstrKey, l_nLen,
-                  l_stGlobal.m_nMaxLen);
+      fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "%s is too long (%zu characters, at most %zu)", l_stGlobal.m_pstrKey,
+                  l_nLen, l_stGlobal.m_nMaxLen);
       return 0;
     }
   }
@@ -144,7 +144,7 @@ int CColumnLogger::fLoadConfInfo() {
                 l_strNull, l_strNull, l_strNull, l_strSecLog, l_strDelimitor, l_strNumber, l_strChar, l_strDate);
   }
 
-  fgLogRecord(3, "LOG", "fLoadConfInfo end");
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "fLoadConfInfo end");
   return 1;
 }
 
@@ -221,7 +221,8 @@ int CColumnLogger::fAddLogInfo(int l_nIndx, char* l_pstrLogFileName, char l_chCr
   const int l_nCheck = fPatternCheck(l_pstrLogFaultPattern, l_strMsg);
   if (l_nCheck < 0) {
     fprintf(stderr, "add log failed : pattern syntax error(error no : %d, %s)\n", l_nCheck, l_strMsg);
-    fgLogRecord(3, "LOG", "add log failed : pattern syntax error(error no : %d, %s)", l_nCheck, l_strMsg);
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "add log failed : pattern syntax error(error no : %d, %s)", l_nCheck,
+                l_strMsg);
     return l_nCheck;
   }
   if (l_pstrLogFileName == nullptr || l_pstrSecLogLevelCnt == nullptr || l_pstrDelimitor == nullptr ||
@@ -244,7 +245,7 @@ int CColumnLogger::fAddLogInfo(int l_nIndx, char* l_pstrLogFileName, char l_chCr
     fWalkEntries(l_pstrSecLogLevelCnt, l_pstrBar, l_pstrTilde, SECLOG_FIELDS, [&](char** l_ppstrFields, int) {
       l_nLastLevel = fToInt(l_ppstrFields[0]);
       l_nLastCount = fToInt(l_ppstrFields[1]);
-      fgLogRecord(3, "LOG", "Cnt FaultLevel[%d][%d]", l_nLastLevel, l_nLastCount);
+      fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "Cnt FaultLevel[%d][%d]", l_nLastLevel, l_nLastCount);
       m_nCntFaultArray[l_nLastLevel] = l_nLastCount;
       return true;
     });
@@ -253,11 +254,12 @@ int CColumnLogger::fAddLogInfo(int l_nIndx, char* l_pstrLogFileName, char l_chCr
   if (m_pclLogFileList->fAddLogPattern(l_nIndx, l_pstrLogFaultPattern, l_nLastLevel, l_nLastCount, l_pstrDelimitor) !=
       1) {
     m_pclLogFileList->fDelLogFile(l_nIndx);
-    fgLogRecord(3, "LOG", "add log pattern failed : pattern syntax error(error : %s)", l_pstrLogFaultPattern);
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "add log pattern failed : pattern syntax error(error : %s)",
+                l_pstrLogFaultPattern);
     return -1;
   }
   if (g_nPrint == 1) fprintf(stderr, "add log pattern success!!\n");
-  fgLogRecord(3, "LOG", "Delimitor[%s]", l_pstrDelimitor);
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "Delimitor[%s]", l_pstrDelimitor);
 
   // Whole or nothing: a rule that cannot be registered (memory exhausted)
   // takes the entry's watched log and every rule already registered with it.
@@ -273,75 +275,79 @@ int CColumnLogger::fAddLogInfo(int l_nIndx, char* l_pstrLogFileName, char l_chCr
   return 0;
 }
 
-int CColumnLogger::fRegisterNumRules(int l_nIndx, char* l_pstrValue) {
+namespace {
+
+// Registers every entry of a rule value (entries at `l_pstrSep`, fields at
+// `l_pstrFieldSep`) through `fAddRule`, which returns true when it stored the
+// entry's rule. "NULL" is only recorded ("<l_pstrName> -> NULL"). 1 when
+// every rule was stored; -1, after naming the entry's key, at the first that
+// was not.
+template <typename F>
+int fRegisterEach(int l_nIndx, char* l_pstrValue, char* l_pstrSep, char* l_pstrFieldSep, EN_ENTRY_KEY l_enKey,
+                  const char* l_pstrName, int l_nFields, F fAddRule) {
   if (strcmp(l_pstrValue, VALUE_NONE) == 0) {
-    fgLogRecord(3, "LOG", "NumPattern -> NULL");
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "%s -> NULL", l_pstrName);
     return RESULT_OK;
   }
   int l_nResult = RESULT_OK;
-  fWalkEntries(l_pstrValue, m_vstrSplit[1], m_vstrSplit[0], NUMBER_FIELDS, [&](char** l_ppstrFields, int) {
-    const int l_nColumn = fToInt(l_ppstrFields[0]);
-    const int l_nLevel = fToInt(l_ppstrFields[1]);
-    const int l_nValue = fToInt(l_ppstrFields[2]);
-    const float l_fValue = static_cast<float>(strtod(l_ppstrFields[2], nullptr));
-    const int l_nDecide = strchr(l_ppstrFields[2], '.') != nullptr ? NUM_DECIDE_FLOAT : NUM_DECIDE_INT;
-    const int l_nCompare = fToInt(l_ppstrFields[3]);
-    char l_strExt1[64], l_strExt2[64];
-    fgStrCopy(l_strExt1, sizeof(l_strExt1), l_ppstrFields[4]);
-    fgStrCopy(l_strExt2, sizeof(l_strExt2), l_ppstrFields[5]);
-    fgLogRecord(3, "LOG", "NumPattern [%d][%d][%d][%d][%d][%s][%s]", l_nIndx, l_nColumn, l_nLevel, l_nValue,
-                l_nCompare, l_strExt1, l_strExt2);
-    if (m_pclNumPatternList->fAddLinkedList(l_nIndx, l_nColumn, l_nLevel, l_nDecide, l_nValue, l_fValue, l_nCompare,
-                                            l_strExt1, l_strExt2) == RESULT_OK)
-      return true;
-    fReportRejected(l_nIndx, ENTRY_KEYS[KEY_NUMBER].m_pstrSuffix, "rule not registered (memory exhausted)");
+  fWalkEntries(l_pstrValue, l_pstrSep, l_pstrFieldSep, l_nFields, [&](char** l_ppstrFields, int) {
+    if (fAddRule(l_ppstrFields)) return true;
+    fReportRejected(l_nIndx, ENTRY_KEYS[l_enKey].m_pstrSuffix, "rule not registered (memory exhausted)");
     l_nResult = RESULT_FAIL;
     return false;
   });
   return l_nResult;
+}
+
+}  // namespace
+
+int CColumnLogger::fRegisterNumRules(int l_nIndx, char* l_pstrValue) {
+  return fRegisterEach(
+      l_nIndx, l_pstrValue, m_vstrSplit[1], m_vstrSplit[0], KEY_NUMBER, "NumPattern", NUMBER_FIELDS,
+      [&](char** l_ppstrFields) {
+        const int l_nColumn = fToInt(l_ppstrFields[0]);
+        const int l_nLevel = fToInt(l_ppstrFields[1]);
+        const int l_nValue = fToInt(l_ppstrFields[2]);
+        const float l_fValue = static_cast<float>(strtod(l_ppstrFields[2], nullptr));
+        const int l_nDecide = strchr(l_ppstrFields[2], '.') != nullptr ? NUM_DECIDE_FLOAT : NUM_DECIDE_INT;
+        const int l_nCompare = fToInt(l_ppstrFields[3]);
+        char l_strExt1[64], l_strExt2[64];
+        fgStrCopy(l_strExt1, sizeof(l_strExt1), l_ppstrFields[4]);
+        fgStrCopy(l_strExt2, sizeof(l_strExt2), l_ppstrFields[5]);
+        fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "NumPattern [%d][%d][%d][%d][%d][%s][%s]", l_nIndx, l_nColumn,
+                    l_nLevel, l_nValue, l_nCompare, l_strExt1, l_strExt2);
+        return m_pclNumPatternList->fAddLinkedList(l_nIndx, l_nColumn, l_nLevel, l_nDecide, l_nValue, l_fValue,
+                                                   l_nCompare, l_strExt1, l_strExt2) == RESULT_OK;
+      });
 }
 
 int CColumnLogger::fRegisterCharRules(int l_nIndx, char* l_pstrValue) {
-  if (strcmp(l_pstrValue, VALUE_NONE) == 0) {
-    fgLogRecord(3, "LOG", "CharPattern -> NULL");
-    return RESULT_OK;
-  }
-  int l_nResult = RESULT_OK;
-  fWalkEntries(l_pstrValue, m_vstrSplit[1], m_vstrSplit[0], CHAR_FIELDS, [&](char** l_ppstrFields, int) {
-    const int l_nColumn = fToInt(l_ppstrFields[0]);
-    const int l_nLevel = fToInt(l_ppstrFields[1]);
-    const int l_nCompare = fToInt(l_ppstrFields[3]);
-    char l_strText[512];
-    fgStrCopy(l_strText, sizeof(l_strText), l_ppstrFields[2]);
-    fgLogRecord(3, "LOG", "CharPattern [%d][%d][%d][%d][%s]", l_nIndx, l_nColumn, l_nLevel, l_nCompare, l_strText);
-    // A pattern that does not compile is kept (the rule never fires), as for
-    // line patterns; only a rule that cannot be stored fails the entry.
-    if (m_pclCharPatternList->fAddLinkedList(l_nIndx, l_nColumn, l_nLevel, l_nCompare, l_strText) == RESULT_OK &&
-        (l_nCompare != CHAR_COMPARE_PATTERN ||
-         m_pclCharPatternList->fAddPatternLinkedList(l_nIndx, l_strText) != RESULT_FAIL))
-      return true;
-    fReportRejected(l_nIndx, ENTRY_KEYS[KEY_CHAR].m_pstrSuffix, "rule not registered (memory exhausted)");
-    l_nResult = RESULT_FAIL;
-    return false;
-  });
-  return l_nResult;
+  return fRegisterEach(l_nIndx, l_pstrValue, m_vstrSplit[1], m_vstrSplit[0], KEY_CHAR, "CharPattern", CHAR_FIELDS,
+                       [&](char** l_ppstrFields) {
+                         const int l_nColumn = fToInt(l_ppstrFields[0]);
+                         const int l_nLevel = fToInt(l_ppstrFields[1]);
+                         const int l_nCompare = fToInt(l_ppstrFields[3]);
+                         char l_strText[512];
+                         fgStrCopy(l_strText, sizeof(l_strText), l_ppstrFields[2]);
+                         fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "CharPattern [%d][%d][%d][%d][%s]", l_nIndx,
+                                     l_nColumn, l_nLevel, l_nCompare, l_strText);
+                         // A pattern that does not compile is kept (the rule never fires), as for
+                         // line patterns; only a rule that cannot be stored fails the entry.
+                         return m_pclCharPatternList->fAddLinkedList(l_nIndx, l_nColumn, l_nLevel, l_nCompare,
+                                                                     l_strText) == RESULT_OK &&
+                                (l_nCompare != CHAR_COMPARE_PATTERN ||
+                                 m_pclCharPatternList->fAddPatternLinkedList(l_nIndx, l_strText) != RESULT_FAIL);
+                       });
 }
 
 int CColumnLogger::fRegisterDateRules(int l_nIndx, char* l_pstrValue) {
-  if (strcmp(l_pstrValue, VALUE_NONE) == 0) {
-    fgLogRecord(3, "LOG", "DatePattern -> NULL");
-    return RESULT_OK;
-  }
-  int l_nResult = RESULT_OK;
-  fWalkEntries(l_pstrValue, m_vstrSplit[1], m_vstrSplit[0], DATE_FIELDS, [&](char** l_ppstrFields, int) {
-    const int l_nColumn = fToInt(l_ppstrFields[0]);
-    char l_strLayout[512];
-    fgStrCopy(l_strLayout, sizeof(l_strLayout), l_ppstrFields[1]);
-    fgLogRecord(3, "LOG", "DatePattern [%d][%d][%s]", l_nIndx, l_nColumn, l_strLayout);
-    if (m_pclDatePatternList->fAddLinkedList(l_nIndx, l_nColumn, l_strLayout) == RESULT_OK) return true;
-    fReportRejected(l_nIndx, ENTRY_KEYS[KEY_DATE].m_pstrSuffix, "rule not registered (memory exhausted)");
-    l_nResult = RESULT_FAIL;
-    return false;
-  });
-  return l_nResult;
+  return fRegisterEach(l_nIndx, l_pstrValue, m_vstrSplit[1], m_vstrSplit[0], KEY_DATE, "DatePattern", DATE_FIELDS,
+                       [&](char** l_ppstrFields) {
+                         const int l_nColumn = fToInt(l_ppstrFields[0]);
+                         char l_strLayout[512];
+                         fgStrCopy(l_strLayout, sizeof(l_strLayout), l_ppstrFields[1]);
+                         fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "DatePattern [%d][%d][%s]", l_nIndx, l_nColumn,
+                                     l_strLayout);
+                         return m_pclDatePatternList->fAddLinkedList(l_nIndx, l_nColumn, l_strLayout) == RESULT_OK;
+                       });
 }

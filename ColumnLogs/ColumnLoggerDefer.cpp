@@ -49,7 +49,7 @@ bool CColumnLogger::fDeferLineDone(int l_nIndx, long l_lLineEnd, long* l_plKeep)
     fFlushEvents();
     if (!m_bDeferWriteFailed) {
       *l_plKeep = l_lLineEnd;
-      fgLogRecord(3, "LOG", "LOG%02d event ceiling reached, the rest waits for the next cycle (offset %ld)", l_nIndx,
+      fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LOG%02d event ceiling reached, the rest waits for the next cycle (offset %ld)", l_nIndx,
                   l_lLineEnd);
       if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fDeferred(l_nIndx, DEFER_CEILING);
       return true;
@@ -65,7 +65,7 @@ long CColumnLogger::fDeferTurnEnd(int l_nIndx, long l_lEnd) {
   // What is still held belongs to lines after the safe offset: evaluated again.
   m_nEventBufLen = 0;
   m_vDeferMarks.clear();
-  fgLogRecord(3, "LOG", "LOG%02d events not written, read again from offset %ld next cycle", l_nIndx, m_lDeferSafe);
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LOG%02d events not written, read again from offset %ld next cycle", l_nIndx, m_lDeferSafe);
   if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fDeferred(l_nIndx, DEFER_WRITE_FAILED);
   return m_lDeferSafe;
 }

@@ -301,10 +301,11 @@ int CColumnLogger::fColumnIndexFind(int l_nIndx, int l_nSecLogCntFaultLevel, int
   if (l_pstrLine != nullptr) {
     // The line is copied once into the column buffer and cut there in place:
     // each delimiter becomes the NUL that ends its column, so every rule
-    // reads exactly its column and nothing is copied per column. The gather
-    // cycle keeps the column buffer longer than the line; should a caller
-    // hand over a smaller one, this line gets a buffer of its own rather than
-    // being cut short or written past the end.
+    // reads exactly its column and nothing is copied per column. In a gather
+    // cycle or a replay turn CCycleBuffers keeps the column buffer longer
+    // than the line; a direct caller may hand over a smaller one, and this
+    // line then gets a buffer of its own rather than being cut short or
+    // written past the end.
     const size_t l_nLen = strlen(l_pstrLine);
     const size_t l_nNeed = l_nLen + 2;  // the line, a stop delimiter and a NUL
     char* l_pstrColumns = m_pstrOriginalBuf;

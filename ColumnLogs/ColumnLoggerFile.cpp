@@ -70,14 +70,12 @@ int CColumnLogger::fLogFileNameConvert(char* l_pstrLogFile, char l_chCreateType,
     case LOGNAME_OK:
       return 1;
     case LOGNAME_NO_CLOSE:
-      fgLogRecord(3, "LOG", "[-3] log file name is invalid pattern : %s", l_pstrLogFile);
+      fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[-3] log file name is invalid pattern : %s", l_pstrLogFile);
       break;
     case LOGNAME_BAD_TOKEN:
-      fgLogRecord(3, "LOG", "[-4] log file name is invalid pattern : %s", l_pstrLogFile);
+      fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[-4] log file name is invalid pattern : %s", l_pstrLogFile);
       break;
-    default:
-      fgLogRecord(3, "LOG", "[-5] log file name is too long : %s", l_pstrLogFile);
-      break;
+    default: fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[-5] log file name is too long : %s", l_pstrLogFile); break;
   }
   l_pstrOutName[l_nUsed] = '\0';
   return -1;
@@ -86,11 +84,11 @@ int CColumnLogger::fLogFileNameConvert(char* l_pstrLogFile, char l_chCreateType,
 int CColumnLogger::fLogFileNameCheck(char* l_pstrLogFile) {
   const int l_nResult = fgLogFileNameUnit(l_pstrLogFile);
   if (l_nResult == LOGNAME_NO_CLOSE) {
-    fgLogRecord(3, "LOG", "[-1] log file name is invalid pattern : %s", l_pstrLogFile);
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[-1] log file name is invalid pattern : %s", l_pstrLogFile);
     return -1;
   }
   if (l_nResult < 0) {
-    fgLogRecord(3, "LOG", "[-2] log file name is invalid pattern : %s", l_pstrLogFile);
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[-2] log file name is invalid pattern : %s", l_pstrLogFile);
     return -1;
   }
   return l_nResult;
@@ -100,7 +98,7 @@ int CColumnLogger::fLogFileOpen(char* l_pstrLogFile, FILE** l_ppstFd) {
   if (l_pstrLogFile == nullptr || l_ppstFd == nullptr) return -1;
   const char* l_pstrSlash = strrchr(l_pstrLogFile, '/');
   if (l_pstrSlash == nullptr) {
-    fgLogRecord(3, "LOG", "[-1] %s file open failed (log file path error)", l_pstrLogFile);
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[-1] %s file open failed (log file path error)", l_pstrLogFile);
     return -1;
   }
   char l_strDir[NAME_BUF_SIZE] = {0};
@@ -111,17 +109,20 @@ int CColumnLogger::fLogFileOpen(char* l_pstrLogFile, FILE** l_ppstFd) {
   struct stat l_stStat;
   if (lstat(l_strDir, &l_stStat) != 0) {
     const int l_nErr = errno;
-    fgLogRecord(3, "LOG", "[%d] %s file open fail (stat error : %s)", l_nErr, l_strDir, strerror(l_nErr));
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[%d] %s file open fail (stat error : %s)", l_nErr, l_strDir,
+                strerror(l_nErr));
     return -1;
   }
   if (!S_ISDIR(l_stStat.st_mode)) {
-    fgLogRecord(3, "LOG", "[%d] %s file open fail(is not directory : %s)", ENOTDIR, l_strDir, strerror(ENOTDIR));
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[%d] %s file open fail(is not directory : %s)", ENOTDIR, l_strDir,
+                strerror(ENOTDIR));
     return -1;
   }
   DirHandle l_pstDir(opendir(l_strDir));
   if (!l_pstDir) {
     const int l_nErr = errno;
-    fgLogRecord(3, "LOG", "[%d] %s file open fail(can't open directory : %s)", l_nErr, l_strDir, strerror(l_nErr));
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[%d] %s file open fail(can't open directory : %s)", l_nErr, l_strDir,
+                strerror(l_nErr));
     return -1;
   }
 
@@ -144,14 +145,14 @@ int CColumnLogger::fLogFileOpen(char* l_pstrLogFile, FILE** l_ppstFd) {
     }
   }
   if (l_strChosen[0] == '\0') {
-    fgLogRecord(3, "LOG", "[-1] %s file open fail(can't find file)", l_strPattern);
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[-1] %s file open fail(can't find file)", l_strPattern);
     return -1;
   }
   memcpy(l_pstrLogFile, l_strChosen, strlen(l_strChosen) + 1);
   *l_ppstFd = fOpenLogStream(l_pstrLogFile);
   if (*l_ppstFd == nullptr) {
     const int l_nErr = errno;
-    fgLogRecord(3, "LOG", "[%d] %s log file open fail : %s", l_nErr, l_pstrLogFile, strerror(l_nErr));
+    fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, l_nErr, "%s log file open fail", l_pstrLogFile);
     return -1;
   }
   return 1;
@@ -162,8 +163,8 @@ int CColumnLogger::fFilePointSeek(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_pp
   struct stat l_stStat;
   if (stat(l_pstLogFileInfo->m_strLogingFile, &l_stStat) != 0) {
     const int l_nErr = errno;
-    fgLogRecord(3, "LOG", "[%d] %s file point seek fail(stat error : %s)", l_nErr, l_pstLogFileInfo->m_strLogingFile,
-                strerror(l_nErr));
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[%d] %s file point seek fail(stat error : %s)", l_nErr,
+                l_pstLogFileInfo->m_strLogingFile, strerror(l_nErr));
     fMarkFirstLook(l_pstLogFileInfo);
     return -1;
   }
@@ -257,10 +258,10 @@ int CColumnLogger::fOpenForTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_ppst
     fprintf(stderr, "GATHER LOG : %s[%d] <%s> --- offset = %d\n", l_pstLogFileInfo->m_strLogFile, l_nCreateType,
             l_pstrOpenName, l_nOffSet);
   }
-  fgLogRecord(3, "LOG", "log [%d] offset = [%d]", l_pstLogFileInfo->m_nIndx, l_nOffSet);
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "log [%d] offset = [%d]", l_pstLogFileInfo->m_nIndx, l_nOffSet);
   if (g_nPrint == 1) {
-    fgLogRecord(1, "LOG", "GATHER LOG : %s[%d] <%s> --- offset = %d", l_pstLogFileInfo->m_strLogFile, l_nCreateType,
-                l_pstrOpenName, l_nOffSet);
+    fgLogRecord(LOG_GRADE_DEBUG, LOG_CODE_GATHER, "GATHER LOG : %s[%d] <%s> --- offset = %d",
+                l_pstLogFileInfo->m_strLogFile, l_nCreateType, l_pstrOpenName, l_nOffSet);
   }
   if (l_nConvert != 1) return -1;
   if (fStillQuiet(l_pstLogFileInfo, l_pstrOpenName)) {
@@ -272,13 +273,14 @@ int CColumnLogger::fOpenForTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_ppst
   if (l_pstLogFileInfo->m_chCreateType != 0) {
     if (g_nPrint == 1) {
       fprintf(stderr, "open file checking : [%d]%s\n", static_cast<int>(strlen(l_pstrOpenName)), l_pstrOpenName);
-      fgLogRecord(3, "LOG", "open file checking : [%d]%s", static_cast<int>(strlen(l_pstrOpenName)), l_pstrOpenName);
+      fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "open file checking : [%d]%s",
+                  static_cast<int>(strlen(l_pstrOpenName)), l_pstrOpenName);
     }
     *l_ppstFd = fOpenLogStream(l_pstrOpenName);
     if (*l_ppstFd == nullptr) {
       const int l_nErr = errno;
       fMarkFirstLook(l_pstLogFileInfo);
-      fgLogRecord(3, "LOG", "[%d] %s log file open fail : %s", l_nErr, l_pstrOpenName, strerror(l_nErr));
+      fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, l_nErr, "%s log file open fail", l_pstrOpenName);
       return -1;
     }
   } else if (fLogFileOpen(l_pstrOpenName, l_ppstFd) != 1) {

@@ -24,11 +24,6 @@ namespace {
 
 constexpr long CYCLE_BUF_START = 256;  // starting capacity of the accumulator and column buffer
 
-// Capacity of the line accumulator (the text starts after 28 zero bytes).
-long g_lLineBufSize = 0;
-// Length of the accumulator's text in bytes (NUL bytes of the log included).
-long g_lLineLen = 0;
-
 bool fSameGroup(const ST_LOGFILE_INFO* l_pstA, const ST_LOGFILE_INFO* l_pstB) {
   return l_pstB->m_nGatherFlag == 0 && l_pstA->m_chCreateType == l_pstB->m_chCreateType &&
          l_pstA->m_nLogType == l_pstB->m_nLogType && strcmp(l_pstA->m_strLogFile, l_pstB->m_strLogFile) == 0;
@@ -104,30 +99,6 @@ int CColumnLogger::fSkipSetLog(ST_LOGFILE_INFO*) { return 1; }
 int CColumnLogger::fSearchDLogMsg(ST_LOGFILE_INFO*, char*) { return 1; }
 char* CColumnLogger::fSearchVarValue(char*, ST_LOGFILE_INFO*) { return nullptr; }
 
-int CColumnLogger::fGrowCycleBuffers(long l_lNeed) {
-  // The accumulator grows at least by doubling, so a line of megabytes read
-  // in 255-byte pieces is not copied over and over.
-  long l_lNewSize = g_lLineBufSize + l_lNeed;
-  if (l_lNewSize < 2 * g_lLineBufSize) l_lNewSize = 2 * g_lLineBufSize;
-  char* l_pstrNew = new (std::nothrow) char[l_lNewSize]();
-  if (l_pstrNew == nullptr) return 0;
-  memcpy(l_pstrNew + LINE_RESERVED_BYTES, fgCurrentLine(), static_cast<size_t>(g_lLineLen));
-  delete[] l_pstrLineBuf;
-  l_pstrLineBuf = l_pstrNew;
-  g_lLineBufSize = l_lNewSize;
-  return 1;
-}
-
-void CColumnLogger::fReleaseCycleBuffers() {
-  delete[] l_pstrLineBuf;
-  l_pstrLineBuf = nullptr;
-  g_lLineBufSize = 0;
-  g_lLineLen = 0;
-  delete[] m_pstrOriginalBuf;
-  m_pstrOriginalBuf = nullptr;
-  m_lOriginalBufSize = 0;
-}
-
 void CColumnLogger::fSetDelimitors(ST_LOGFILE_INFO* l_pstLogFileInfo) {
   char l_strDelimitor[64] = {0};
   fgStrCopy(l_strDelimitor, sizeof(l_strDelimitor), l_pstLogFileInfo->m_strDelimitor);
@@ -155,11 +126,12 @@ int CColumnLogger::fLineFilter(ST_LOGFILE_INFO* l_pstMember, char* l_pstrOpenNam
     if (l_pstrPattern[0] == '\0') return 0;
     const int l_nResult = fPattComp(l_pstMember, l_nSlot, l_pstrLine);
     if (g_nPrint == 1 && g_pclOmniLog != nullptr) {
-      fgLogRecord(3, "LOG", "LOG PATTERN [index:%d], [grade:%d], [pattern:%s], [comp result:%d]", l_nSlot,
-                  l_pstMember->m_vnFaultGrade[l_nSlot], l_pstrPattern, l_nResult);
+      fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LOG PATTERN [index:%d], [grade:%d], [pattern:%s], [comp result:%d]",
+                  l_nSlot, l_pstMember->m_vnFaultGrade[l_nSlot], l_pstrPattern, l_nResult);
     }
     if (l_nResult == 1) {
-      if (g_nPrint == 1 && g_pclOmniLog != nullptr) fgLogRecord(3, "LOG", "LOG REGULA COMPARE RESULT : TRUE");
+      if (g_nPrint == 1 && g_pclOmniLog != nullptr)
+        fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LOG REGULA COMPARE RESULT : TRUE");
       return 1;
     }
   }
@@ -211,32 +183,27 @@ void CColumnLogger::fReadTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd, 
     }
 
     *l_plUnfinished += l_lPieceLen;
-    if (g_lLineBufSize - 30 - g_lLineLen <= l_lPieceLen && fGrowCycleBuffers(l_lPieceLen) == 0) {
+    const long l_lLen = m_clCycleBuffers.fLen();
+    if (m_clCycleBuffers.fMakeRoom(l_lPieceLen) == 0) {
       // Out of memory: this line cannot be collected; drop what was gathered of it.
-      fgLogRecord(3, "LOG", "[%d] line of %ld bytes dropped : %s", ENOMEM, g_lLineLen + l_lPieceLen, strerror(ENOMEM));
-      g_lLineLen = 0;
+      fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, ENOMEM, "line of %ld bytes dropped", l_lLen + l_lPieceLen);
+      m_clCycleBuffers.fSetLen(0);
       memset(fgCurrentLine(), 0, 1);
       continue;
     }
     char* const l_pstrLine = fgCurrentLine();
-    memcpy(l_pstrLine + g_lLineLen, l_strPiece, static_cast<size_t>(l_lPieceLen) + 1);
-    g_lLineLen += l_lPieceLen;
+    memcpy(l_pstrLine + l_lLen, l_strPiece, static_cast<size_t>(l_lPieceLen) + 1);
+    m_clCycleBuffers.fSetLen(l_lLen + l_lPieceLen);
     if (l_strPiece[l_lPieceLen - 1] != '\n') continue;
 
     *l_plUnfinished = 0;
-    if (g_pclAgentStatus != nullptr) fCountLineRead(l_pstLogFileInfo, g_lLineLen);
-    l_pstrLine[--g_lLineLen] = '\0';
-    if (l_pstrLine[0] != '\0') {
-      if (m_lOriginalBufSize < g_lLineBufSize) {
-        delete[] m_pstrOriginalBuf;
-        m_pstrOriginalBuf = new (std::nothrow) char[g_lLineBufSize]();
-        m_lOriginalBufSize = m_pstrOriginalBuf != nullptr ? g_lLineBufSize : 0;
-      }
-      if (m_pstrOriginalBuf != nullptr) fOfferLine(l_pstLogFileInfo, l_pstrOpenName);
-    }
+    if (g_pclAgentStatus != nullptr) fCountLineRead(l_pstLogFileInfo, l_lLen + l_lPieceLen);
+    l_pstrLine[l_lLen + l_lPieceLen - 1] = '\0';
+    // The column buffer has the accumulator's capacity (CCycleBuffers).
+    if (l_pstrLine[0] != '\0') fOfferLine(l_pstLogFileInfo, l_pstrOpenName);
     // The next line is gathered from here; only its terminator matters.
     l_pstrLine[0] = '\0';
-    g_lLineLen = 0;
+    m_clCycleBuffers.fSetLen(0);
     long l_lKeep = 0;
     if (g_bDeferEvents && fDeferLineDone(l_pstLogFileInfo->m_nIndx, l_lTurnStart + l_lConsumed, &l_lKeep)) {
       *l_plUnfinished = ftell(l_pstFd) - l_lKeep;  // the caller saves ftell less this
@@ -255,7 +222,7 @@ void CColumnLogger::fSaveGroupOffset(ST_LOGFILE_INFO* l_pstLogFileInfo, long l_l
     if (l_pstMember != l_pstLogFileInfo && !fSameGroup(l_pstLogFileInfo, l_pstMember)) continue;
     l_pstMember->m_lLastGatherTime = l_lNow;
     l_pstMember->m_lOffSet = l_lOffSet;
-    fgLogRecord(3, "LOG", "LOG offset save : %ld", l_lOffSet);
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LOG offset save : %ld", l_lOffSet);
     l_pstMember->m_nGatherFlag = 1;
     // The first look stays each member's own: a member served only through
     // the shared read is positioned by its log type at its first own turn.
@@ -264,32 +231,26 @@ void CColumnLogger::fSaveGroupOffset(ST_LOGFILE_INFO* l_pstLogFileInfo, long l_l
 
 int CColumnLogger::fLogGather() {
   m_nSeqID = 0;
-  fgLogRecord(3, "LOG", "LogGather start");
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LogGather start");
   const int l_nWaiting = fCheckLimitFile();
-  fgLogRecord(3, "LOG", "Old Event Count = %d", l_nWaiting);
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "Old Event Count = %d", l_nWaiting);
   if (l_nWaiting >= OUTPUT_BACKLOG_LIMIT) {
     if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fCycleSkippedSpool(l_nWaiting);
     return 1;
   }
 
   m_pclLogFileList->fInitGatherFlag();
-  fReleaseCycleBuffers();
-  l_pstrLineBuf = new (std::nothrow) char[CYCLE_BUF_START]();
-  m_pstrOriginalBuf = new (std::nothrow) char[CYCLE_BUF_START]();
-  if (l_pstrLineBuf == nullptr || m_pstrOriginalBuf == nullptr) {
-    fgLogRecord(3, "LOG", "[%d] gather cycle skipped : %s", ENOMEM, strerror(ENOMEM));
-    fReleaseCycleBuffers();
+  if (m_clCycleBuffers.fStart(CYCLE_BUF_START) == 0) {
+    fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, ENOMEM, "gather cycle skipped");
     return 1;
   }
-  g_lLineBufSize = CYCLE_BUF_START;
-  m_lOriginalBufSize = CYCLE_BUF_START;
 
   m_tCycleStart = time(nullptr);
   m_bNamesPending = true;
   // An empty output directory holds no "out_" file of this second.
   if (l_nWaiting != 0 && fHandOffTaken()) {
     m_bNamesPending = false;
-    fReleaseCycleBuffers();
+    m_clCycleBuffers.fRelease();
     if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fCycleSkippedTaken();
     return 1;
   }
@@ -309,8 +270,8 @@ int CColumnLogger::fLogGather() {
       continue;
     }
     l_pstLogFileInfo->m_lLastGatherTime = static_cast<long>(time(nullptr));
-    memset(fgCurrentLine(), 0, static_cast<size_t>(g_lLineLen) + 1);
-    g_lLineLen = 0;
+    memset(fgCurrentLine(), 0, static_cast<size_t>(m_clCycleBuffers.fLen()) + 1);
+    m_clCycleBuffers.fSetLen(0);
     fSetDelimitors(l_pstLogFileInfo);
 
     long l_lPieces = 0;
@@ -320,15 +281,16 @@ int CColumnLogger::fLogGather() {
     fUseRulePlans(false);
     fSaveGroupOffset(l_pstLogFileInfo, ftell(l_pstFd) - l_lUnfinished);
     fclose(l_pstFd);
-    fgLogRecord(3, "LOG", "log count = %d, fault count = %d", static_cast<int>(l_lPieces), m_nFaultSendIncrease);
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "log count = %d, fault count = %d", static_cast<int>(l_lPieces),
+                m_nFaultSendIncrease);
   }
 
   fFlushEvents();
   m_bHoldEvents = false;
   if (m_nFaultFoundFlag == 1) fHandOff();
   m_bNamesPending = false;
-  fReleaseCycleBuffers();
+  m_clCycleBuffers.fRelease();
   m_tRctGtrTime = time(nullptr);
-  fgLogRecord(3, "LOG", "LogGather end");
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LogGather end");
   return 1;
 }

@@ -107,10 +107,11 @@ int CColumnLogger::fFlushEvents() {
     m_vDeferMarks.clear();
     return RESULT_OK;
   }
+  const int l_nErrno = errno;
   if (g_bDeferEvents) fDeferCutBack();
   // The bytes really lost: a short write keeps the whole event lines it wrote.
-  fgLogRecord(3, "LOG", "[%d] %s event write failed, %zu bytes lost : %s", errno, m_strOutPutFileName,
-              l_nLen - m_nLastWriteKept, strerror(errno));
+  fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, l_nErrno, "%s event write failed, %zu bytes lost", m_strOutPutFileName,
+             l_nLen - m_nLastWriteKept);
   return RESULT_FAIL;
 }
 
@@ -187,7 +188,7 @@ bool CColumnLogger::fHandOffTaken() {
   if (!fHandOffName(l_strOutName, sizeof(l_strOutName))) return false;
   struct stat l_stStat;
   if (lstat(l_strOutName, &l_stStat) != 0) return false;
-  fgLogRecord(3, "LOG", "[%d] %s not collected yet, cycle skipped : %s", EEXIST, l_strOutName, strerror(EEXIST));
+  fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, EEXIST, "%s not collected yet, cycle skipped", l_strOutName);
   return true;
 }
 
@@ -207,13 +208,13 @@ void CColumnLogger::fHandOff() {
   struct stat l_stEvents;
   if (stat(m_strOutPutFileName, &l_stEvents) == 0 && l_stEvents.st_size == 0) {
     unlink(m_strOutPutFileName);
-    fgLogRecord(3, "LOG", "%s empty (its events were not written), not handed off", m_strOutPutFileName);
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "%s empty (its events were not written), not handed off", m_strOutPutFileName);
     return;
   }
   if (m_bEventFileTorn) {
     m_bEventFileTorn = false;
-    fgLogRecord(3, "LOG", "[%d] %s may end in a part of an event line, not handed off : %s", EIO, m_strOutPutFileName,
-                strerror(EIO));
+    fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, EIO, "%s may end in a part of an event line, not handed off",
+               m_strOutPutFileName);
     return;
   }
   if (l_bNamed && rename(m_strOutPutFileName, l_strOutName) == 0) return;
@@ -223,11 +224,12 @@ void CColumnLogger::fHandOff() {
   // it the shell would run something else. The event file then stays under
   // its "ing_" name, as after a failed command.
   if (fgShellWord(m_strOutPutPath) == 0) {
-    fgLogRecord(3, "LOG", "[%d] %s not handed off, close-out command not run : %s", l_nErrno, m_strOutPutFileName,
-                strerror(l_nErrno));
+    fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, l_nErrno, "%s not handed off, close-out command not run",
+               m_strOutPutFileName);
     return;
   }
-  if (system(m_strSystem) == -1) fgLogRecord(3, "LOG", "[%d] close-out command failed : %s", errno, m_strSystem);
+  if (system(m_strSystem) == -1)
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[%d] close-out command failed : %s", errno, m_strSystem);
 }
 
 // Every entry counts, whatever it is; "." and ".." are taken off at the end.

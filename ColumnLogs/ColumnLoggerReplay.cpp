@@ -28,7 +28,7 @@ long CColumnLogger::fReplayTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd
   if (l_pstLogFileInfo == nullptr || l_pstFd == nullptr || l_pstrOpenName == nullptr) return RESULT_FAIL;
   m_nFaultSendIncrease = 0;
   fSetDelimitors(l_pstLogFileInfo);
-  fReleaseCycleBuffers();
+  m_clCycleBuffers.fRelease();
 
   LineReader l_clReader;
   fUseRulePlans(true);
@@ -44,18 +44,10 @@ long CColumnLogger::fReplayTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd
     const long l_lLen = static_cast<long>(l_nRead) - 1;
     if (l_lLen == 0) continue;  // empty lines are not offered
 
-    // Accumulator (28 reserved zero bytes, the text, its NUL) and a column
-    // buffer of the same size, as the cycle keeps them; grown for long lines.
-    const long l_lNeed = LINE_RESERVED_BYTES + l_lLen + 1;
-    if (l_pstrLineBuf == nullptr || m_lOriginalBufSize < l_lNeed) {
-      fReleaseCycleBuffers();
-      l_pstrLineBuf = new (std::nothrow) char[l_lNeed]();
-      m_pstrOriginalBuf = new (std::nothrow) char[l_lNeed]();
-      if (l_pstrLineBuf == nullptr || m_pstrOriginalBuf == nullptr) {
-        l_lResult = RESULT_FAIL;
-        break;
-      }
-      m_lOriginalBufSize = l_lNeed;
+    // Accumulator and column buffer as the cycle keeps them; grown for long lines.
+    if (m_clCycleBuffers.fMakeRoom(l_lLen) == 0) {
+      l_lResult = RESULT_FAIL;
+      break;
     }
     char* const l_pstrLine = fgCurrentLine();
     memcpy(l_pstrLine, l_clReader.m_pstrLine, static_cast<size_t>(l_lLen));
@@ -68,6 +60,6 @@ long CColumnLogger::fReplayTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd
 
   fUseRulePlans(false);
   fSaveGroupOffset(l_pstLogFileInfo, l_lOffSet);
-  fReleaseCycleBuffers();
+  m_clCycleBuffers.fRelease();
   return l_lResult == RESULT_FAIL ? RESULT_FAIL : l_lLines;
 }

@@ -132,7 +132,7 @@ int main(int argc, char** argv) {
     if (g_nStopRequested != 0) break;
     fgUSleep(MAIN_LOOP_USEC);
   }
-  fgLogRecord(3, "LOG", "stop requested: status file written, agent ends");
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "stop requested: status file written, agent ends");
   g_pclAgentStatus = nullptr;
   delete g_pclOmniLog;
   g_pclOmniLog = nullptr;

@@ -29,3 +29,7 @@ constexpr int HEARTBEAT_SECONDS = 10;    // ./LoggerAlive is re-created after mo
 #define SEP_TILDE "\x03\x1f\x7e"
 #define SEP_BAR "\x03\x1f\x7c"
 constexpr int SEP_LEN = 3;
+
+// Codes of the program's diagnostic records (grades: OmniLog.h).
+constexpr const char* LOG_CODE_GATHER = "LOG";    // the gatherer: start-up, loading, cycles, evaluation
+constexpr const char* LOG_CODE_REGISTRY = "LLB";  // the log file registry

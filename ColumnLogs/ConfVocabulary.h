@@ -6,6 +6,8 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 // ---- logging keys (read by fMakeOmniLog) ----
 constexpr const char* KEY_LOG_PATH = "LOG_PATH";
@@ -19,12 +21,25 @@ struct ST_LOG_MODE_WORD {
   int m_nMode;
 };
 constexpr ST_LOG_MODE_WORD LOG_MODE_WORDS[] = {{"DEBUG", 1}, {"NORMAL", 2}, {"ERROR", 3}};
+// The logger mode a LOG_MODE value selects; 0 for any other value.
+inline int fgLogModeOfWord(const char* l_pstrWord) {
+  for (const ST_LOG_MODE_WORD& l_stMode : LOG_MODE_WORDS) {
+    if (strcmp(l_pstrWord, l_stMode.m_pstrWord) == 0) return l_stMode.m_nMode;
+  }
+  return 0;
+}
 // PRINT value that turns the console trace on.
 constexpr const char* PRINT_ON = "ON";
 // Retention days of the diagnostic log: a value below 1 means the default,
 // one above the maximum is cut to it.
 constexpr long VALID_DAY_DEFAULT = 7;
 constexpr long VALID_DAY_MAX = 1000;
+// The retention days a LOG_VALIDDAY value gives.
+inline long fgValidDays(const char* l_pstrValue) {
+  const long l_lDays = strtol(l_pstrValue, nullptr, 10);
+  if (l_lDays < 1) return VALID_DAY_DEFAULT;
+  return l_lDays > VALID_DAY_MAX ? VALID_DAY_MAX : l_lDays;
+}
 
 // ---- monitoring keys (read by fLoadConfInfo) ----
 constexpr const char* KEY_OUTPUT_PATH = "OUTPUT_PATH";

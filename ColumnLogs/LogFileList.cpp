@@ -9,9 +9,6 @@
 
 namespace {
 
-// Diagnostic code of this registry's records.
-constexpr const char* LOG_CODE = "LLB";
-constexpr int LOG_RECORD_GRADE = 3;
 // The refused pattern value is quoted whole up to this length, and cut to
 // one more character followed by "..." beyond it, so the text fits the
 // 256-byte error buffer.
@@ -58,7 +55,7 @@ int CLogFileList::fAddLogFile(int l_nIndx, char* l_pstrLogFile, char l_chCreateT
     snprintf(l_pstrError, l_nErrorSize, "[-1] [%d] Log file name too long(%zu > %d) : %.160s...", l_nIndx,
              l_nNameLen, LOGFILE_NAME_SIZE - 1, l_pstrLogFile);
     if (g_nPrint == 1) fprintf(stderr, "%s\n", l_pstrError);
-    fgLogRecord(LOG_RECORD_GRADE, LOG_CODE, "%s", l_pstrError);
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_REGISTRY, "%s", l_pstrError);
     return RESULT_FAIL;
   }
 
@@ -102,7 +99,7 @@ void CLogFileList::fReportNoPattern(const char* l_pstrPattern) {
   } else {
     snprintf(l_pstrError, l_nErrorSize, "Log pattern add fail : %s", l_pstrPattern);
   }
-  fgLogRecord(LOG_RECORD_GRADE, LOG_CODE, "%s", l_pstrError);
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_REGISTRY, "%s", l_pstrError);
 }
 
 int CLogFileList::fDelLogFile(int l_nIndx) {

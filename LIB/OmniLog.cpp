@@ -40,29 +40,57 @@ constexpr size_t kSmallRecord = 1024;  // records up to this size are formatted 
 
 }  // namespace
 
-void fgLogRecord(int l_nGrade, const char* l_pstrCode, const char* l_pstrFormat, ...) {
-  if (g_pclOmniLog == nullptr || l_pstrFormat == nullptr) return;
-  char l_strStack[512];
-  va_list l_stArgs;
-  va_start(l_stArgs, l_pstrFormat);
+namespace {
+
+// Formats `l_pstrFormat` in full: into the caller's stack buffer when it
+// fits, otherwise into `l_pstrHeap`, allocated to the right size. Null for a
+// bad format or when memory is exhausted.
+char* fFormatRecord(char* l_pstrStack, size_t l_nStack, std::unique_ptr<char[]>& l_pstrHeap, const char* l_pstrFormat,
+                    va_list l_stArgs) {
   va_list l_stCopy;
   va_copy(l_stCopy, l_stArgs);
-  const int l_nLen = vsnprintf(l_strStack, sizeof(l_strStack), l_pstrFormat, l_stArgs);
-  va_end(l_stArgs);
-  char* l_pstrMsg = l_strStack;
-  char* l_pstrHeap = nullptr;
-  if (l_nLen >= 0 && static_cast<size_t>(l_nLen) >= sizeof(l_strStack)) {
+  const int l_nLen = vsnprintf(l_pstrStack, l_nStack, l_pstrFormat, l_stArgs);
+  char* l_pstrMsg = l_nLen < 0 ? nullptr : l_pstrStack;
+  if (l_nLen >= 0 && static_cast<size_t>(l_nLen) >= l_nStack) {
     // Too long for the stack buffer: format again into one of the right size.
-    l_pstrHeap = new (std::nothrow) char[static_cast<size_t>(l_nLen) + 1];
-    if (l_pstrHeap != nullptr) vsnprintf(l_pstrHeap, static_cast<size_t>(l_nLen) + 1, l_pstrFormat, l_stCopy);
-    l_pstrMsg = l_pstrHeap;
+    l_pstrHeap.reset(new (std::nothrow) char[static_cast<size_t>(l_nLen) + 1]);
+    if (l_pstrHeap != nullptr) vsnprintf(l_pstrHeap.get(), static_cast<size_t>(l_nLen) + 1, l_pstrFormat, l_stCopy);
+    l_pstrMsg = l_pstrHeap.get();
   }
   va_end(l_stCopy);
-  if (l_nLen < 0 || l_pstrMsg == nullptr) return;  // bad format or no memory: dropped
+  return l_pstrMsg;
+}
+
+void fWriteRecord(int l_nGrade, const char* l_pstrCode, char* l_pstrMsg) {
   char l_strCode[64];
   fgStrCopy(l_strCode, sizeof(l_strCode), fgTextOrEmpty(l_pstrCode));
   g_pclOmniLog->fLogWrite(l_nGrade, l_strCode, l_pstrMsg);
-  delete[] l_pstrHeap;
+}
+
+}  // namespace
+
+void fgLogRecord(int l_nGrade, const char* l_pstrCode, const char* l_pstrFormat, ...) {
+  if (g_pclOmniLog == nullptr || l_pstrFormat == nullptr) return;
+  char l_strStack[512];
+  std::unique_ptr<char[]> l_pstrHeap;
+  va_list l_stArgs;
+  va_start(l_stArgs, l_pstrFormat);
+  char* l_pstrMsg = fFormatRecord(l_strStack, sizeof(l_strStack), l_pstrHeap, l_pstrFormat, l_stArgs);
+  va_end(l_stArgs);
+  if (l_pstrMsg == nullptr) return;  // bad format or no memory: dropped
+  fWriteRecord(l_nGrade, l_pstrCode, l_pstrMsg);
+}
+
+void fgLogErrno(int l_nGrade, const char* l_pstrCode, int l_nErrno, const char* l_pstrFormat, ...) {
+  if (g_pclOmniLog == nullptr || l_pstrFormat == nullptr) return;
+  char l_strStack[512];
+  std::unique_ptr<char[]> l_pstrHeap;
+  va_list l_stArgs;
+  va_start(l_stArgs, l_pstrFormat);
+  const char* l_pstrText = fFormatRecord(l_strStack, sizeof(l_strStack), l_pstrHeap, l_pstrFormat, l_stArgs);
+  va_end(l_stArgs);
+  if (l_pstrText == nullptr) return;
+  fgLogRecord(l_nGrade, l_pstrCode, "[%d] %s : %s", l_nErrno, l_pstrText, strerror(l_nErrno));
 }
 
 COmniLog::COmniLog(int l_nLogMode, char* l_pstrMCName, int l_nValidDay)

@@ -34,12 +34,23 @@ extern int g_nLoggingERROR2;   // component bits logging at ERROR level
 extern int g_nLoggingNORMAL2;  // component bits logging at NORMAL level
 extern int g_nLoggingDEBUG2;   // component bits logging at DEBUG level
 
+// Grades of diagnostic records: a debug record is written only in log mode
+// 1; an information record in every mode.
+constexpr int LOG_GRADE_DEBUG = 1;
+constexpr int LOG_GRADE_INFO = 3;
+
 // Formats a diagnostic record printf-style (never cut) and hands it to
 // g_pclOmniLog->fLogWrite(l_nGrade, l_pstrCode, message). Does nothing while
 // g_pclOmniLog is null, and drops the record when memory runs out.
-// Typical use: fgLogRecord(3, "LOG", "[%d] %s log file open fail : %s", ...).
 void fgLogRecord(int l_nGrade, const char* l_pstrCode, const char* l_pstrFormat, ...)
     __attribute__((format(printf, 3, 4)));
+
+// The record of a failed system call, in the one shape all of them have:
+// "[<l_nErrno>] <text> : <strerror(l_nErrno)>", where <text> is formatted
+// printf-style ("%s log file open fail" with the path). The caller passes
+// the errno it saved right after the call. Same conditions as fgLogRecord.
+void fgLogErrno(int l_nGrade, const char* l_pstrCode, int l_nErrno, const char* l_pstrFormat, ...)
+    __attribute__((format(printf, 4, 5)));
 
 // The writer thread's function; `arg` is the threaded COmniLog. Returns when
 // the logger's fStopThread asks it to.

@@ -77,13 +77,6 @@ class Report {
   }
 };
 
-bool fIsLogModeWord(const char* l_pstrWord) {
-  for (const ST_LOG_MODE_WORD& l_stMode : LOG_MODE_WORDS) {
-    if (strcmp(l_pstrWord, l_stMode.m_pstrWord) == 0) return true;
-  }
-  return false;
-}
-
 std::string fKey(int l_nIndx, const char* l_pstrSuffix) {
   char l_strKey[ENTRY_KEY_SIZE];
   fgEntryKey(l_strKey, sizeof(l_strKey), l_nIndx, l_pstrSuffix);
@@ -162,16 +155,14 @@ void fCheckLogging(CConfManager* l_pclStore, Report& l_clReport) {
     l_clReport.Line("LOG_VALIDDAY  missing");
     l_clReport.StartError("LOG_VALIDDAY is missing: the agent prints \"LOG_VALIDDAY is NULL\" and ends at start-up");
   } else {
-    long l_lDays = strtol(l_pstrValidDay, nullptr, 10);
-    if (l_lDays < 1) l_lDays = VALID_DAY_DEFAULT;
-    if (l_lDays > VALID_DAY_MAX) l_lDays = VALID_DAY_MAX;
+    const long l_lDays = fgValidDays(l_pstrValidDay);
     l_clReport.Line("LOG_VALIDDAY  %s  (log files kept %ld day%s)", fQuote(l_pstrValidDay).c_str(), l_lDays,
                     l_lDays == 1 ? "" : "s");
   }
   if (l_pstrLogMode == nullptr) {
     l_clReport.Line("LOG_MODE      missing");
     l_clReport.StartError("LOG_MODE is missing: the agent prints \"LOG_MODE is NULL\" and ends at start-up");
-  } else if (fIsLogModeWord(l_pstrLogMode)) {
+  } else if (fgLogModeOfWord(l_pstrLogMode) != 0) {
     l_clReport.Line("LOG_MODE      %s", fQuote(l_pstrLogMode).c_str());
   } else {
     l_clReport.Line("LOG_MODE      %s  (no diagnostic log)", fQuote(l_pstrLogMode).c_str());
