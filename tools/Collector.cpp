@@ -45,6 +45,17 @@ sigset_t fInstallSignals() {
 
 sigset_t g_stWaitMask;
 
+// A stop signal waits, blocked, until the next pause; between two files the
+// collector looks whether one is pending.
+bool fStopRequested() {
+  sigset_t l_stPending;
+  if (!g_nCollectStop && sigpending(&l_stPending) == 0 &&
+      (sigismember(&l_stPending, SIGTERM) == 1 || sigismember(&l_stPending, SIGINT) == 1)) {
+    g_nCollectStop = 1;
+  }
+  return g_nCollectStop != 0;
+}
+
 bool fReadWhole(int l_nFd, std::string* l_pstrText) {
   char l_strBuf[65536];
   for (;;) {
@@ -84,7 +95,7 @@ void CCollector::fWatch() {
   if (m_nInotify < 0) m_nInotify = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
   if (m_nInotify < 0) return;
   m_nWatch = inotify_add_watch(m_nInotify, m_strDir.c_str(),
-                               IN_MOVED_TO | IN_CLOSE_WRITE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR);
+                               IN_MOVED_TO | IN_CLOSE_WRITE | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR);
 }
 
 // Waits up to `l_nSeconds`, less when the directory changes or a stop
@@ -204,7 +215,7 @@ int CCollector::fCollectOnce() {
     m_nForeign = l_stPlan.m_nForeign;
   }
   m_tRecheck = l_stPlan.m_tRecheck;
-  for (size_t l_nFile = 0; l_nFile < l_stPlan.m_vstrTake.size() && !g_nCollectStop; ++l_nFile) {
+  for (size_t l_nFile = 0; l_nFile < l_stPlan.m_vstrTake.size() && !fStopRequested(); ++l_nFile) {
     if (fCollectFile(l_stPlan.m_vstrTake[l_nFile]) != RESULT_FAIL) continue;
     if (!m_bDown) {
       fNote("destination %s is down, %zu event file%s kept, retrying : %s", m_strTo.c_str(),

@@ -1,9 +1,8 @@
 // The collector's JSON and syslog texts: always valid, one line, every field readable back as the bytes it held.
 #include "CollectFormat.h"
-#include "TestSupport.h"
+#include "CollectTestSupport.h"
 
 namespace {
-using Fields = std::map<std::string, std::string>;
 
 // A strict reader of the flat objects the collector writes: strings, whole numbers, true, false. Empty on any fault.
 Fields ParseJson(const std::string& text) {
@@ -54,36 +53,6 @@ std::string FromBase64(const std::string& text) {
     if (count >= 8) out += static_cast<char>((bits >> (count - 8)) & 0xFF), count -= 8;
   }
   return out;
-}
-
-// The structured data element of a syslog message, its escapes undone (\" \\ \] and \xNN).
-Fields ParseSd(const std::string& message) {
-  Fields fields;
-  size_t at = message.find(" [columnlogs@32473");
-  if (at == std::string::npos) return {{"!", "no element"}};
-  at += 18;
-  while (at < message.size() && message[at] == ' ') {
-    const size_t eq = message.find("=\"", at);
-    std::string name = message.substr(at + 1, eq - at - 1), value;
-    for (at = eq + 2; at < message.size() && message[at] != '"'; ++at) {
-      if (message[at] == ']') return {{"!", "bare ]"}};
-      if (message[at] != '\\') { value += message[at]; continue; }
-      const char e = message[++at];
-      if (e == 'x') value += static_cast<char>(std::stoi(message.substr(at + 1, 2), nullptr, 16)), at += 2;
-      else value += e;
-    }
-    fields[name] = value;
-    ++at;
-  }
-  if (message.compare(at, 2, "] ") != 0) return {{"!", "element not closed"}};
-  std::string msg;  // the same escapes, and a backslash doubled
-  for (size_t m = at + 2; m < message.size(); ++m) {
-    if (message[m] != '\\') { msg += message[m]; continue; }
-    if (message[++m] == 'x') msg += static_cast<char>(std::stoi(message.substr(m + 1, 2), nullptr, 16)), m += 2;
-    else msg += message[m];
-  }
-  fields["MSG"] = msg;
-  return fields;
 }
 
 ST_COLLECT_EVENT Event(int kind, const std::string& value, const std::string& threshold, const std::string& line) {

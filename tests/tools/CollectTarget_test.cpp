@@ -1,7 +1,7 @@
 // Destinations of the collector: the COLLECT_TO values, and delivery to real sockets and files, down and back.
 #include <sys/un.h>
 
-#include "CollectServers.h"
+#include "CollectTestSupport.h"
 #include "CollectTarget.h"
 
 TEST(CollectTarget, ReadsDestinationValues) {

@@ -1,5 +1,5 @@
-// Loopback receivers for the collector's tests: a TCP peer that reads octet-counted syslog frames, and the
-// framing's reader. Each stops itself after at most 60 seconds.
+// Helpers of the collector's tests: a loopback TCP peer that stops itself after at most 60 seconds, the
+// readers of octet-counted frames and of the structured data element.
 #pragma once
 
 #include <arpa/inet.h>
@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <map>
 #include <mutex>
 
 #include "TestSupport.h"
@@ -23,6 +24,38 @@ inline std::vector<std::string> Frames(const std::string& stream) {
     at = space + 1 + len;
   }
   return out;
+}
+
+using Fields = std::map<std::string, std::string>;
+
+// The structured data element of a syslog message, its escapes undone (\" \\ \] and \xNN).
+inline Fields ParseSd(const std::string& message) {
+  Fields fields;
+  size_t at = message.find(" [columnlogs@32473");
+  if (at == std::string::npos) return {{"!", "no element"}};
+  at += 18;
+  while (at < message.size() && message[at] == ' ') {
+    const size_t eq = message.find("=\"", at);
+    std::string name = message.substr(at + 1, eq - at - 1), value;
+    for (at = eq + 2; at < message.size() && message[at] != '"'; ++at) {
+      if (message[at] == ']') return {{"!", "bare ]"}};
+      if (message[at] != '\\') { value += message[at]; continue; }
+      const char e = message[++at];
+      if (e == 'x') value += static_cast<char>(std::stoi(message.substr(at + 1, 2), nullptr, 16)), at += 2;
+      else value += e;
+    }
+    fields[name] = value;
+    ++at;
+  }
+  if (message.compare(at, 2, "] ") != 0) return {{"!", "element not closed"}};
+  std::string msg;  // the same escapes, and a backslash doubled
+  for (size_t m = at + 2; m < message.size(); ++m) {
+    if (message[m] != '\\') { msg += message[m]; continue; }
+    if (message[++m] == 'x') msg += static_cast<char>(std::stoi(message.substr(m + 1, 2), nullptr, 16)), m += 2;
+    else msg += message[m];
+  }
+  fields["MSG"] = msg;
+  return fields;
 }
 
 class TcpPeer {
