@@ -28,7 +28,8 @@ inline std::vector<std::string> Frames(const std::string& stream) {
 
 using Fields = std::map<std::string, std::string>;
 
-// The structured data element of a syslog message, its escapes undone (\" \\ \] and \xNN).
+// The structured data element of a syslog message, its escapes undone (\" \\ \] and \xNN), and MSG after
+// "] " (or "]|", as a receiver's template may join them).
 inline Fields ParseSd(const std::string& message) {
   Fields fields;
   size_t at = message.find(" [columnlogs@32473");
@@ -47,7 +48,7 @@ inline Fields ParseSd(const std::string& message) {
     fields[name] = value;
     ++at;
   }
-  if (message.compare(at, 2, "] ") != 0) return {{"!", "element not closed"}};
+  if (message.compare(at, 2, "] ") != 0 && message.compare(at, 2, "]|") != 0) return {{"!", "element not closed"}};
   std::string msg;  // the same escapes, and a backslash doubled
   for (size_t m = at + 2; m < message.size(); ++m) {
     if (message[m] != '\\') { msg += message[m]; continue; }

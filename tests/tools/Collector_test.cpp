@@ -192,6 +192,81 @@ TEST(Collector, TakesIngFilesNoCycleCanExtendAndLeavesOthersAlone) {
       << collector.Stderr();
 }
 
+// A real rsyslogd on a loopback TCP port receives every field as the agent wrote it.
+TEST(Collector, RsyslogReceivesEveryField) {
+  const std::string rsyslogd = "/usr/sbin/rsyslogd";
+  if (access(rsyslogd.c_str(), X_OK) != 0) GTEST_SKIP() << rsyslogd << " is not installed (Debian package rsyslog)";
+  TempDir dir;
+  ASSERT_EQ(mkdir(dir.file("out").c_str(), 0755), 0);
+  const int port = TcpPeer().Port();  // free a moment ago
+  ASSERT_TRUE(WriteFile(dir.file("rsyslog.conf"),
+      "global(workDirectory=\"" + dir.path() + "\")\nmodule(load=\"imtcp\")\n"
+      "input(type=\"imtcp\" address=\"127.0.0.1\" port=\"" + std::to_string(port) + "\")\n"
+      "template(name=\"f\" type=\"string\" string=\"%syslogseverity%|%syslogfacility%|%timereported:::date-rfc3339%|"
+      "%hostname%|%app-name%|%procid%|%msgid%|%structured-data%|%msg%\\n\")\n"
+      "*.* action(type=\"omfile\" file=\"" + dir.file("received.log") + "\" template=\"f\")\n"));
+  const pid_t server = Spawn({"/usr/bin/timeout", "60", rsyslogd, "-n", "-f", dir.file("rsyslog.conf"), "-i",
+                              dir.file("rsyslog.pid")}, dir.path(), "/dev/null", dir.file("rsyslog.out"),
+                             dir.file("rsyslog.err"), false);
+  const bool listening = PollFor([&] {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in addr = {};
+    addr.sin_family = AF_INET, addr.sin_port = htons(static_cast<uint16_t>(port));
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const bool ok = connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0;
+    return close(fd), ok;
+  }, 5000);
+  auto stopServer = [&] { kill(server, SIGTERM), waitpid(server, nullptr, 0); };
+  if (!listening) {
+    stopServer();
+    GTEST_SKIP() << "rsyslogd did not start on 127.0.0.1:" << port << ": " << ReadFile(dir.file("rsyslog.err"));
+  }
+  struct Expected { std::string severity, kind, entry, level, column, value, op, threshold, line; };
+  const std::string binary = "a,\"b]\\\x01\xff\xc3\xa9" + Sep("{|}") + "|, ORIGINAL_MSG:x";
+  char rate[256];
+  fgFormatLineRateEvent(rate, sizeof(rate), 19, 4, "10:11:12 ", 120, 100);
+  const std::string text = Sep("2|2{|}1{|}COLUMN[2] Value[FAIL] == FAIL, ORIGINAL_MSG:a,FAIL\n");
+  ASSERT_TRUE(WriteFile(dir.file("out/out_20240315-101112"), EventLine(1, 95, binary) + text + rate + "no event\n"));
+  const std::vector<Expected> expected = {
+      {"3", "numeric", "1", "2", "3", "95", ">", "90", binary},
+      {"4", "text", "2", "1", "2", "FAIL", "==", "FAIL", "a,FAIL"},
+      {"1", "rate", "19", "4", "", "120", ">=", "100", "10:11:12"},
+      {"4", "unparsed", "", "", "", "", "", "", "no event"},
+  };
+  Collector collector(dir, dir.file("out"), "syslog:tcp:127.0.0.1:" + std::to_string(port));
+  const bool arrived = PollFor([&] { return Count(ReadFile(dir.file("received.log")), "\n") >= expected.size(); }, 5000);
+  collector.Signal(SIGTERM);
+  stopServer();
+  ASSERT_TRUE(arrived) << ReadFile(dir.file("received.log")) << ReadFile(dir.file("rsyslog.err"));
+  char host[256] = {0};
+  gethostname(host, sizeof(host) - 1);
+  time_t when = 0;
+  fgEventFileTime("out_20240315-101112", &when);
+  const std::string received = ReadFile(dir.file("received.log"));
+  size_t start = 0;
+  for (const Expected& e : expected) {
+    const std::string line = received.substr(start, received.find('\n', start) - start);
+    start += line.size() + 1;
+    SCOPED_TRACE(line);
+    std::vector<std::string> header;
+    size_t at = 0;
+    for (int i = 0; i < 7; ++i, ++at) header.push_back(line.substr(at, line.find('|', at) - at)), at = line.find('|', at);
+    EXPECT_EQ(header, (std::vector<std::string>{e.severity, "1", fgTimeRfc3339(when), host, "columnlogs", header[5], e.kind}));
+    const Fields sd = ParseSd(" " + line.substr(at));
+    ASSERT_EQ(sd.count("!"), 0u);
+    EXPECT_EQ(sd.at("file"), "out_20240315-101112");
+    if (e.kind == "unparsed") {
+      EXPECT_EQ(std::make_tuple(sd.at("parsed"), sd.at("MSG")), std::make_tuple(std::string("0"), e.line));
+      continue;
+    }
+    EXPECT_EQ(std::make_tuple(sd.at("entry"), sd.at("kind"), sd.at("level"), sd.at("value"), sd.at("op")),
+              std::make_tuple(e.entry, e.kind, e.level, e.value, e.op));
+    EXPECT_EQ(e.kind == "rate" ? sd.count("column") == 0 : sd.at("column") == e.column, true);
+    EXPECT_EQ(sd.at(e.kind == "text" ? "text" : "threshold"), e.threshold);
+    EXPECT_EQ(sd.at(e.kind == "rate" ? "dates" : "line"), e.line);
+  }
+}
+
 // Bad configurations end at once with a message.
 TEST(Collector, RefusesConfigurationsItCannotUse) {
   TempDir dir;
