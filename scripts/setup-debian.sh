@@ -2,7 +2,7 @@
 # Installs what the build needs on a Debian machine, and nothing when it is
 # all there already. Uses sudo when not run as root.
 set -euo pipefail
-packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev gzip)
+packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev gzip rsyslog)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

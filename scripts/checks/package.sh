@@ -53,6 +53,7 @@ $prefix/share/columnlogs/examples/columnlogs.conf.readable -
 $prefix/share/columnlogs/examples/demo-writer.sh x
 $prefix/share/doc/columnlogs/README.md -
 ./lib/systemd/system/columnlogs.service -
+./lib/systemd/system/columnlogs-collect.service -
 LIST
 
 [ "$(dpkg-deb -f "$deb" Package)" = columnlogs ] || fail "package name is not columnlogs"
@@ -68,10 +69,13 @@ for line in "WorkingDirectory=/opt/columnlogs/agent/work" \
   "ExecStart=/opt/columnlogs/bin/ColumnLogs /opt/columnlogs/etc/columnlogs.conf" "Restart=always"; do
   grep -qxF "$line" "$unit" || fail "unit lacks the line $line"
 done
+grep -qxF "ExecStart=/opt/columnlogs/bin/ColumnTool collect /opt/columnlogs/etc/columnlogs.conf" \
+  "$x/lib/systemd/system/columnlogs-collect.service" || fail "the collector unit does not run the collector"
 conf="$x/opt/columnlogs/etc/columnlogs.conf"
 grep -q $'\x03\x1f\x7e' "$conf" || fail "configuration holds no separator bytes"
 if grep -v '^#' "$conf" | grep -qF '{~}'; then fail "configuration still holds the readable notation"; fi
 grep -qxF "OUTPUT_PATH=/opt/columnlogs/var/out/" "$conf" || fail "configuration does not write events into the tree"
+grep -q "^COLLECT_TO=" "$conf" || fail "configuration does not say where the collector delivers events"
 if ! "$x/opt/columnlogs/bin/ColumnTool" check "$conf" >"$out/check.txt" 2>&1; then
   cat "$out/check.txt" >&2
   fail "the packaged configuration does not load"
