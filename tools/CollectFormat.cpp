@@ -71,11 +71,17 @@ std::string fSyslogEscape(const std::string& l_strText, const char* l_pstrSpecia
   return l_strOut;
 }
 
+void fJsonAppend(std::string* l_pstrOut, const std::string& l_strText, bool* l_pbReplaced);
+
 void fJsonField(std::string* l_pstrOut, const char* l_pstrKey, const std::string& l_strValue, bool* l_pbReplaced) {
   *l_pstrOut += ",\"";
   *l_pstrOut += l_pstrKey;
   *l_pstrOut += "\":";
-  *l_pstrOut += fgJsonText(l_strValue, l_pbReplaced);
+  fJsonAppend(l_pstrOut, l_strValue, l_pbReplaced);
+}
+
+std::string fTimeOf(const ST_COLLECT_ORIGIN& l_stOrigin) {
+  return l_stOrigin.m_strTime.empty() ? fgTimeRfc3339(l_stOrigin.m_tTime) : l_stOrigin.m_strTime;
 }
 
 void fJsonNumber(std::string* l_pstrOut, const char* l_pstrKey, int l_nValue) {
@@ -152,37 +158,58 @@ int fgEventFileTime(const std::string& l_strName, time_t* l_ptTime) {
 }
 
 std::string fgJsonText(const std::string& l_strText, bool* l_pbReplaced) {
-  std::string l_strOut = "\"";
+  std::string l_strOut;
+  fJsonAppend(&l_strOut, l_strText, l_pbReplaced);
+  return l_strOut;
+}
+
+namespace {
+
+// Appends the quoted JSON string; runs of bytes that need no escape are
+// copied whole.
+void fJsonAppend(std::string* l_pstrOut, const std::string& l_strText, bool* l_pbReplaced) {
+  *l_pstrOut += '"';
   const unsigned char* l_pstrBytes = reinterpret_cast<const unsigned char*>(l_strText.data());
+  const size_t l_nSize = l_strText.size();
   size_t l_nAt = 0;
-  while (l_nAt < l_strText.size()) {
+  while (l_nAt < l_nSize) {
+    size_t l_nRun = l_nAt;
+    while (l_nRun < l_nSize && l_pstrBytes[l_nRun] >= 0x20 && l_pstrBytes[l_nRun] < 0x7F && l_pstrBytes[l_nRun] != '"' &&
+           l_pstrBytes[l_nRun] != '\\') {
+      ++l_nRun;
+    }
+    l_pstrOut->append(l_strText, l_nAt, l_nRun - l_nAt);
+    l_nAt = l_nRun;
+    if (l_nAt == l_nSize) break;
     const unsigned char l_uchByte = l_pstrBytes[l_nAt];
-    const size_t l_nLen = fUtf8Length(l_pstrBytes + l_nAt, l_strText.size() - l_nAt);
+    const size_t l_nLen = fUtf8Length(l_pstrBytes + l_nAt, l_nSize - l_nAt);
     if (l_nLen == 0) {
-      l_strOut += "\\uFFFD";
+      *l_pstrOut += "\\uFFFD";
       if (l_pbReplaced != nullptr) *l_pbReplaced = true;
       ++l_nAt;
       continue;
     }
     switch (l_uchByte) {
-      case '"': l_strOut += "\\\""; break;
-      case '\\': l_strOut += "\\\\"; break;
-      case '\n': l_strOut += "\\n"; break;
-      case '\r': l_strOut += "\\r"; break;
-      case '\t': l_strOut += "\\t"; break;
+      case '"': *l_pstrOut += "\\\""; break;
+      case '\\': *l_pstrOut += "\\\\"; break;
+      case '\n': *l_pstrOut += "\\n"; break;
+      case '\r': *l_pstrOut += "\\r"; break;
+      case '\t': *l_pstrOut += "\\t"; break;
       default:
         if (l_uchByte < 0x20 || l_uchByte == 0x7F) {
           char l_strHex[8];
           snprintf(l_strHex, sizeof(l_strHex), "\\u%04X", l_uchByte);
-          l_strOut += l_strHex;
+          *l_pstrOut += l_strHex;
         } else {
-          l_strOut.append(l_strText, l_nAt, l_nLen);
+          l_pstrOut->append(l_strText, l_nAt, l_nLen);
         }
     }
     l_nAt += l_nLen;
   }
-  return l_strOut + "\"";
+  *l_pstrOut += '"';
 }
+
+}  // namespace
 
 std::string fgSdParamText(const std::string& l_strText, size_t l_nMax, bool* l_pbCut) {
   return fSyslogEscape(l_strText, "\"\\]", l_nMax, l_pbCut);
@@ -216,7 +243,11 @@ std::string fgBase64(const std::string& l_strBytes) {
 
 std::string fgFormatJsonEvent(const ST_COLLECT_EVENT& l_stEvent, const ST_COLLECT_ORIGIN& l_stOrigin) {
   bool l_bReplaced = false;
-  std::string l_strOut = "{\"time\":\"" + fgTimeRfc3339(l_stOrigin.m_tTime) + "\"";
+  std::string l_strOut;
+  l_strOut.reserve(2 * l_stEvent.m_strRaw.size() + 256);
+  l_strOut += "{\"time\":\"";
+  l_strOut += fTimeOf(l_stOrigin);
+  l_strOut += '"';
   fJsonField(&l_strOut, "host", l_stOrigin.m_strHost, &l_bReplaced);
   fJsonField(&l_strOut, "file", l_stOrigin.m_strFile, &l_bReplaced);
   if (l_stEvent.m_nParsed != 1) {
@@ -245,7 +276,7 @@ std::string fgFormatJsonEvent(const ST_COLLECT_EVENT& l_stEvent, const ST_COLLEC
 std::string fgFormatSyslogEvent(const ST_COLLECT_EVENT& l_stEvent, const ST_COLLECT_ORIGIN& l_stOrigin,
                                 size_t l_nMaxLen) {
   const int l_nPri = COLLECT_FACILITY * 8 + fgSyslogSeverity(l_stEvent);
-  std::string l_strOut = "<" + std::to_string(l_nPri) + ">1 " + fgTimeRfc3339(l_stOrigin.m_tTime) + " " +
+  std::string l_strOut = "<" + std::to_string(l_nPri) + ">1 " + fTimeOf(l_stOrigin) + " " +
                          fHeaderWord(l_stOrigin.m_strHost, 255) + " " + COLLECT_APP_NAME + " " +
                          std::to_string(l_stOrigin.m_nPid) + " " + fgEventKindName(l_stEvent.m_nKind) + " [" +
                          COLLECT_SD_ID + fSdParam("file", l_stOrigin.m_strFile);

@@ -26,6 +26,7 @@ struct ST_COLLECT_ORIGIN {
   std::string m_strHost;  // this host's name
   std::string m_strFile;  // the event file's name, without the directory (out_YYYYMMDD-hhmmss)
   time_t m_tTime = 0;     // the cycle's start time (from the file name), local time zone
+  std::string m_strTime;  // m_tTime as fgTimeRfc3339 writes it (formatted once per file); empty: formatted per event
   int m_nPid = 0;         // the collector's process id (syslog PROCID)
 };
 

@@ -223,7 +223,11 @@ int CCollectTarget::fDeliver(const std::vector<std::string>& l_vstrRecords, size
 // write (disk full) the file is cut back to its former size, so a half line
 // never stays in it.
 int CCollectTarget::fDeliverStream(const std::vector<std::string>& l_vstrRecords, size_t* l_pnDone) {
-  std::string l_strBatch;
+  std::string& l_strBatch = m_strBatch;
+  l_strBatch.clear();
+  size_t l_nTotal = 0;
+  for (const std::string& l_strRecord : l_vstrRecords) l_nTotal += l_strRecord.size();
+  l_strBatch.reserve(l_nTotal);
   for (const std::string& l_strRecord : l_vstrRecords) l_strBatch += l_strRecord;
   struct stat l_stStat;
   const bool l_bRegular = fstat(m_nFd, &l_stStat) == 0 && S_ISREG(l_stStat.st_mode);
@@ -267,7 +271,11 @@ int CCollectTarget::fDeliverDatagrams(const std::vector<std::string>& l_vstrReco
 
 // Octet counting: "LEN SP MSG" per message (RFC 6587 3.4.1).
 int CCollectTarget::fDeliverTcp(const std::vector<std::string>& l_vstrRecords) {
-  std::string l_strBatch;
+  std::string& l_strBatch = m_strBatch;
+  l_strBatch.clear();
+  size_t l_nTotal = 0;
+  for (const std::string& l_strRecord : l_vstrRecords) l_nTotal += l_strRecord.size() + 8;
+  l_strBatch.reserve(l_nTotal);
   for (const std::string& l_strRecord : l_vstrRecords) {
     l_strBatch += std::to_string(l_strRecord.size());
     l_strBatch += ' ';

@@ -72,4 +72,5 @@ class CCollectTarget {
   int m_nFd = -1;
   ino_t m_inoFile = 0;     // JSONL: inode of the open file, to notice rotation
   std::string m_strError;
+  std::string m_strBatch;  // the bytes of one batch; kept between batches so its pages stay mapped
 };

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -56,14 +57,21 @@ bool fStopRequested() {
   return g_nCollectStop != 0;
 }
 
+// Reads straight into the string, which grows when the file is longer than it said.
 bool fReadWhole(int l_nFd, std::string* l_pstrText) {
-  char l_strBuf[65536];
+  struct stat l_stStat;
+  size_t l_nSize = fstat(l_nFd, &l_stStat) == 0 ? static_cast<size_t>(l_stStat.st_size) : 0;
+  size_t l_nDone = 0;
   for (;;) {
-    const ssize_t l_nRead = read(l_nFd, l_strBuf, sizeof(l_strBuf));
+    if (l_pstrText->size() < l_nSize + 4096) l_pstrText->resize(l_nSize + 65536);
+    const ssize_t l_nRead = read(l_nFd, &(*l_pstrText)[l_nDone], l_pstrText->size() - l_nDone);
     if (l_nRead < 0 && errno == EINTR) continue;
-    if (l_nRead < 0) return false;
-    if (l_nRead == 0) return true;
-    l_pstrText->append(l_strBuf, static_cast<size_t>(l_nRead));
+    if (l_nRead <= 0) {
+      l_pstrText->resize(l_nDone);
+      return l_nRead == 0;
+    }
+    l_nDone += static_cast<size_t>(l_nRead);
+    l_nSize = std::max(l_nSize, l_nDone);
   }
 }
 
@@ -147,7 +155,8 @@ int CCollector::fKeepRest(const std::string& l_strName, const std::string& l_str
 int CCollector::fCollectFile(const std::string& l_strName) {
   const std::string l_strPath = m_strDir + l_strName;
   const int l_nFd = fgOpen(l_strPath.c_str(), O_RDONLY | O_NOFOLLOW, 0);
-  std::string l_strText;
+  std::string& l_strText = m_strText;
+  l_strText.clear();
   const bool l_bRead = l_nFd >= 0 && fReadWhole(l_nFd, &l_strText);
   const int l_nErrno = errno;
   if (l_nFd >= 0) close(l_nFd);
@@ -165,6 +174,7 @@ int CCollector::fCollectFile(const std::string& l_strName) {
   l_stOrigin.m_strFile = l_strName;
   l_stOrigin.m_nPid = static_cast<int>(getpid());
   if (fgEventFileTime(l_strName, &l_stOrigin.m_tTime) != 1) l_stOrigin.m_tTime = time(nullptr);
+  l_stOrigin.m_strTime = fgTimeRfc3339(l_stOrigin.m_tTime);
   std::vector<std::string> l_vstrRecords;
   std::vector<size_t> l_vnLineAt;  // where each line starts in the file
   long l_lUnparsed = 0;
