@@ -37,37 +37,61 @@ size_t fUtf8Length(const unsigned char* l_pstrText, size_t l_nLeft) {
   return l_nLen;
 }
 
-std::string fHexByte(unsigned char l_uchByte) {
-  char l_strHex[8];
-  snprintf(l_strHex, sizeof(l_strHex), "\\x%02X", l_uchByte);
-  return l_strHex;
-}
 
 // The syslog escapes: `l_pstrSpecial` are the characters that get a
 // backslash; control bytes, DEL and bytes outside valid UTF-8 become \xNN.
-std::string fSyslogEscape(const std::string& l_strText, const char* l_pstrSpecial, size_t l_nMax, bool* l_pbCut) {
-  std::string l_strOut;
+// Runs of printable ASCII without special characters are copied whole.
+void fSyslogAppend(std::string* l_pstrOut, const std::string& l_strText, const char* l_pstrSpecial, size_t l_nMax,
+                   bool* l_pbCut) {
+  const size_t l_nStart = l_pstrOut->size();
+  const size_t l_nLimit = l_nMax > std::string::npos - l_nStart ? std::string::npos : l_nStart + l_nMax;
   const unsigned char* l_pstrBytes = reinterpret_cast<const unsigned char*>(l_strText.data());
+  const size_t l_nSize = l_strText.size();
   size_t l_nAt = 0;
-  while (l_nAt < l_strText.size()) {
+  while (l_nAt < l_nSize) {
+    size_t l_nRun = l_nAt;
+    while (l_nRun < l_nSize && l_pstrBytes[l_nRun] >= 0x20 && l_pstrBytes[l_nRun] < 0x7F &&
+           strchr(l_pstrSpecial, l_pstrBytes[l_nRun]) == nullptr) {
+      ++l_nRun;
+    }
+    if (l_nRun > l_nAt) {
+      const size_t l_nRoom = l_nLimit - l_pstrOut->size();
+      if (l_nRun - l_nAt > l_nRoom) {
+        l_pstrOut->append(l_strText, l_nAt, l_nRoom);
+        if (l_pbCut != nullptr) *l_pbCut = true;
+        return;
+      }
+      l_pstrOut->append(l_strText, l_nAt, l_nRun - l_nAt);
+      l_nAt = l_nRun;
+      continue;
+    }
     const unsigned char l_uchByte = l_pstrBytes[l_nAt];
-    size_t l_nLen = fUtf8Length(l_pstrBytes + l_nAt, l_strText.size() - l_nAt);
-    std::string l_strUnit;
+    size_t l_nLen = fUtf8Length(l_pstrBytes + l_nAt, l_nSize - l_nAt);
+    char l_strUnit[8];
+    size_t l_nUnit = 0;
     if (l_nLen == 0 || l_uchByte < 0x20 || l_uchByte == 0x7F) {
-      l_strUnit = fHexByte(l_uchByte);
+      l_nUnit = static_cast<size_t>(snprintf(l_strUnit, sizeof(l_strUnit), "\\x%02X", l_uchByte));
       l_nLen = 1;
-    } else if (l_nLen == 1 && strchr(l_pstrSpecial, static_cast<char>(l_uchByte)) != nullptr) {
-      l_strUnit = std::string("\\") + static_cast<char>(l_uchByte);
+    } else if (l_nLen == 1) {
+      l_strUnit[0] = '\\';
+      l_strUnit[1] = static_cast<char>(l_uchByte);
+      l_nUnit = 2;
     } else {
-      l_strUnit.assign(l_strText, l_nAt, l_nLen);
+      memcpy(l_strUnit, l_pstrBytes + l_nAt, l_nLen);
+      l_nUnit = l_nLen;
     }
-    if (l_strOut.size() + l_strUnit.size() > l_nMax) {
+    if (l_pstrOut->size() + l_nUnit > l_nLimit) {
       if (l_pbCut != nullptr) *l_pbCut = true;
-      return l_strOut;
+      return;
     }
-    l_strOut += l_strUnit;
+    l_pstrOut->append(l_strUnit, l_nUnit);
     l_nAt += l_nLen;
   }
+}
+
+std::string fSyslogEscape(const std::string& l_strText, const char* l_pstrSpecial, size_t l_nMax, bool* l_pbCut) {
+  std::string l_strOut;
+  fSyslogAppend(&l_strOut, l_strText, l_pstrSpecial, l_nMax, l_pbCut);
   return l_strOut;
 }
 
@@ -101,8 +125,12 @@ std::string fSummary(const ST_COLLECT_EVENT& l_stEvent) {
          l_stEvent.m_strThreshold;
 }
 
-std::string fSdParam(const char* l_pstrName, const std::string& l_strValue) {
-  return std::string(" ") + l_pstrName + "=\"" + fgSdParamText(l_strValue, std::string::npos, nullptr) + "\"";
+void fSdParam(std::string* l_pstrOut, const char* l_pstrName, const std::string& l_strValue) {
+  *l_pstrOut += ' ';
+  *l_pstrOut += l_pstrName;
+  *l_pstrOut += "=\"";
+  fSyslogAppend(l_pstrOut, l_strValue, "\"\\]", std::string::npos, nullptr);
+  *l_pstrOut += '"';
 }
 
 // RFC 5424 HOSTNAME: 1 to 255 printable US-ASCII characters.
@@ -276,32 +304,50 @@ std::string fgFormatJsonEvent(const ST_COLLECT_EVENT& l_stEvent, const ST_COLLEC
 std::string fgFormatSyslogEvent(const ST_COLLECT_EVENT& l_stEvent, const ST_COLLECT_ORIGIN& l_stOrigin,
                                 size_t l_nMaxLen) {
   const int l_nPri = COLLECT_FACILITY * 8 + fgSyslogSeverity(l_stEvent);
-  std::string l_strOut = "<" + std::to_string(l_nPri) + ">1 " + fTimeOf(l_stOrigin) + " " +
-                         fHeaderWord(l_stOrigin.m_strHost, 255) + " " + COLLECT_APP_NAME + " " +
-                         std::to_string(l_stOrigin.m_nPid) + " " + fgEventKindName(l_stEvent.m_nKind) + " [" +
-                         COLLECT_SD_ID + fSdParam("file", l_stOrigin.m_strFile);
+  std::string l_strOut;
+  l_strOut.reserve(2 * l_stEvent.m_strRaw.size() + 256);
+  l_strOut += '<';
+  l_strOut += std::to_string(l_nPri);
+  l_strOut += ">1 ";
+  l_strOut += fTimeOf(l_stOrigin);
+  l_strOut += ' ';
+  l_strOut += fHeaderWord(l_stOrigin.m_strHost, 255);
+  l_strOut += ' ';
+  l_strOut += COLLECT_APP_NAME;
+  l_strOut += ' ';
+  l_strOut += std::to_string(l_stOrigin.m_nPid);
+  l_strOut += ' ';
+  l_strOut += fgEventKindName(l_stEvent.m_nKind);
+  l_strOut += " [";
+  l_strOut += COLLECT_SD_ID;
+  fSdParam(&l_strOut, "file", l_stOrigin.m_strFile);
+  // Room kept for ' truncated="1"' and the end of the element.
+  constexpr size_t l_nTail = 15 + 2;
   bool l_bCut = false;
   if (l_stEvent.m_nParsed != 1) {
     l_strOut += " parsed=\"0\"";
-    const std::string l_strEnd = "] ";
-    const size_t l_nFixed = l_strOut.size() + l_strEnd.size() + 15;  // room for truncated="1"
-    const std::string l_strMsg = fgSyslogMsgText(l_stEvent.m_strRaw, l_nMaxLen > l_nFixed ? l_nMaxLen - l_nFixed : 0,
-                                                 &l_bCut);
+    std::string l_strMsg;
+    const size_t l_nFixed = l_strOut.size() + l_nTail;
+    fSyslogAppend(&l_strMsg, l_stEvent.m_strRaw, "\\", l_nMaxLen > l_nFixed ? l_nMaxLen - l_nFixed : 0, &l_bCut);
     if (l_bCut) l_strOut += " truncated=\"1\"";
-    return l_strOut + l_strEnd + l_strMsg;
+    l_strOut += "] ";
+    return l_strOut + l_strMsg;
   }
-  l_strOut += fSdParam("entry", std::to_string(l_stEvent.m_nEntry)) + fSdParam("kind", fgEventKindName(l_stEvent.m_nKind)) +
-              fSdParam("level", std::to_string(l_stEvent.m_nLevel));
-  if (l_stEvent.m_nKind != EVENT_KIND_RATE) l_strOut += fSdParam("column", std::to_string(l_stEvent.m_nColumn));
-  l_strOut += fSdParam("value", l_stEvent.m_strValue) + fSdParam("op", l_stEvent.m_strOp) +
-              fSdParam(l_stEvent.m_nKind == EVENT_KIND_TEXT ? "text" : "threshold", l_stEvent.m_strThreshold);
-  const std::string l_strMsg = "] " + fgSyslogMsgText(fSummary(l_stEvent), COLLECT_SUMMARY_MAX, nullptr);
+  fSdParam(&l_strOut, "entry", std::to_string(l_stEvent.m_nEntry));
+  fSdParam(&l_strOut, "kind", fgEventKindName(l_stEvent.m_nKind));
+  fSdParam(&l_strOut, "level", std::to_string(l_stEvent.m_nLevel));
+  if (l_stEvent.m_nKind != EVENT_KIND_RATE) fSdParam(&l_strOut, "column", std::to_string(l_stEvent.m_nColumn));
+  fSdParam(&l_strOut, "value", l_stEvent.m_strValue);
+  fSdParam(&l_strOut, "op", l_stEvent.m_strOp);
+  fSdParam(&l_strOut, l_stEvent.m_nKind == EVENT_KIND_TEXT ? "text" : "threshold", l_stEvent.m_strThreshold);
+  std::string l_strMsg = "] ";
+  fSyslogAppend(&l_strMsg, fSummary(l_stEvent), "\\", COLLECT_SUMMARY_MAX, nullptr);
   const bool l_bRate = l_stEvent.m_nKind == EVENT_KIND_RATE;
-  const std::string l_strName = l_bRate ? " dates=\"" : " line=\"";
-  const size_t l_nFixed = l_strOut.size() + l_strName.size() + 1 + 15 + l_strMsg.size();
-  const std::string l_strLine = fgSdParamText(l_bRate ? l_stEvent.m_strDates : l_stEvent.m_strLine,
-                                              l_nMaxLen > l_nFixed ? l_nMaxLen - l_nFixed : 0, &l_bCut);
-  l_strOut += l_strName + l_strLine + "\"";
+  l_strOut += l_bRate ? " dates=\"" : " line=\"";
+  const size_t l_nFixed = l_strOut.size() + 1 + l_nTail + l_strMsg.size();
+  fSyslogAppend(&l_strOut, l_bRate ? l_stEvent.m_strDates : l_stEvent.m_strLine, "\"\\]",
+                l_nMaxLen > l_nFixed ? l_nMaxLen - l_nFixed : 0, &l_bCut);
+  l_strOut += '"';
   if (l_bCut) l_strOut += " truncated=\"1\"";
   return l_strOut + l_strMsg;
 }
