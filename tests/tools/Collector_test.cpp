@@ -87,29 +87,42 @@ TEST(Collector, ShipsTheAgentsEventsAndEmptiesTheSpool) {
   EXPECT_EQ(collector.Signal(SIGTERM), 0);
 }
 
-// Peer gone: files kept, one line when it goes down and one when it is back, everything sent once it is back.
+// Destination down (TCP peer gone; jsonl on a full disk): files kept, one line when it goes down and one when it is
+// back, everything delivered once it is back.
 TEST(Collector, KeepsFilesWhileTheDestinationIsDownAndResumes) {
-  TempDir dir;
-  ASSERT_EQ(mkdir(dir.file("out").c_str(), 0755), 0);
-  FillSpool(dir.file("out"), 3, 4);
-  auto peer = std::make_unique<TcpPeer>();
-  const int port = peer->Port();
-  peer.reset();
-  Collector collector(dir, dir.file("out"), "syslog:tcp:127.0.0.1:" + std::to_string(port));
-  std::this_thread::sleep_for(std::chrono::milliseconds(2500));  // tries at 0, 1 and 3 s
-  EXPECT_EQ(EventFiles(dir.file("out")), 3u);
-  peer = std::make_unique<TcpPeer>(port);
-  ASSERT_TRUE(PollFor([&] { return EventFiles(dir.file("out")) == 0; }, 8000));
-  const std::vector<std::string> frames = Frames(peer->Received());
-  ASSERT_EQ(frames.size(), 12u);
-  EXPECT_NE(frames[0].find(" line=\"id=0.0\""), std::string::npos) << frames[0];
-  EXPECT_NE(frames[11].find(" line=\"id=2.3\""), std::string::npos) << frames[11];
-  EXPECT_EQ(collector.Signal(SIGTERM), 0);
-  const std::string err = collector.Stderr();
-  EXPECT_EQ(Count(err, "is down, 3 event files kept, retrying : connect 127.0.0.1:" + std::to_string(port) +
-                           " : Connection refused"), 1u) << err;
-  EXPECT_EQ(Count(err, "is back after"), 1u) << err;
-  EXPECT_NE(err.find("stopped: 3 files, 12 events delivered (0 unparsed)"), std::string::npos) << err;
+  for (const bool tcp : {true, false}) {
+    SCOPED_TRACE(tcp ? "tcp" : "jsonl");
+    TempDir dir;
+    ASSERT_EQ(mkdir(dir.file("out").c_str(), 0755), 0);
+    FillSpool(dir.file("out"), 3, 4);
+    auto peer = std::make_unique<TcpPeer>();
+    const int port = peer->Port();
+    peer.reset();
+    ASSERT_EQ(symlink("/dev/full", dir.file("events.jsonl").c_str()), 0);
+    Collector collector(dir, dir.file("out"), tcp ? "syslog:tcp:127.0.0.1:" + std::to_string(port)
+                                                  : "jsonl:" + dir.file("events.jsonl"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));  // tries at 0, 1 and 3 s
+    EXPECT_EQ(EventFiles(dir.file("out")), 3u);
+    if (tcp) peer = std::make_unique<TcpPeer>(port);
+    if (!tcp) unlink(dir.file("events.jsonl").c_str());  // space again
+    ASSERT_TRUE(PollFor([&] { return EventFiles(dir.file("out")) == 0; }, 8000));
+    std::vector<std::string> got;  // the log lines, in the order they came
+    if (tcp) {
+      for (const std::string& frame : Frames(peer->Received())) got.push_back(ParseSd(frame).at("line"));
+    } else {
+      for (const auto& id : Ids(ReadFile(dir.file("events.jsonl")))) got.push_back("id=" + id.first);
+    }
+    ASSERT_EQ(got.size(), 12u);
+    EXPECT_EQ(std::make_pair(got[0], got[11]), std::make_pair(std::string("id=0.0"), std::string("id=2.3")));
+    EXPECT_EQ(collector.Signal(SIGTERM), 0);
+    const std::string err = collector.Stderr();
+    EXPECT_EQ(Count(err, tcp ? "is down, 3 event files kept, retrying : connect 127.0.0.1:" + std::to_string(port) +
+                                   " : Connection refused"
+                             : "is down, 3 event files kept, retrying : write " + dir.file("events.jsonl") +
+                                   " : No space left on device"), 1u) << err;
+    EXPECT_EQ(Count(err, "is back after"), 1u) << err;
+    EXPECT_NE(err.find("stopped: 3 files, 12 events delivered (0 unparsed)"), std::string::npos) << err;
+  }
 }
 
 // A slow reader of a named pipe, so that a signal finds the collector in the middle of a file.
