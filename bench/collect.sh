@@ -118,8 +118,10 @@ CONF
 fi
 
 # An agent configuration: one log, column 3 above 90 fires (lines "a,b,NN").
+# The agent runs in DIR/agent/work, so that ../../utils/ is the tree's utils/.
 agent_conf() {  # agent_conf DIR
-  mkdir -p "$1/out" "$1/log" "$1/work"
+  mkdir -p "$1/out" "$1/log" "$1/agent/work"
+  ln -s "$top/utils" "$1/utils"
   : >"$1/app.log"
   {
     printf 'LOG_PATH=%s/log/\nLOG_MODE=ERROR\nLOG_VALIDDAY=7\nOUTPUT_PATH=%s/out/\nLINE_WAIT_CNT=10\n' "$1" "$1"
@@ -130,12 +132,17 @@ agent_conf() {  # agent_conf DIR
   } >"$1/agent.conf"
 }
 
-if [[ " $phases " == *" i "* ]]; then
-  agent_conf "$work/i"
-  (cd "$work/i/work" && exec "$agent" "$work/i/agent.conf") &
+# The agent and the collector on DIR's configuration; their pids in apid and cpid.
+start_pair() {
+  agent_conf "$1"
+  (cd "$1/agent/work" && exec "$agent" "$1/agent.conf") &
   apid=$!; pids+=("$apid")
-  "$tool" collect "$work/i/agent.conf" 2>"$work/i/err" &
+  "$tool" collect "$1/agent.conf" 2>"$1/err" &
   cpid=$!; pids+=("$cpid")
+}
+
+if [[ " $phases " == *" i "* ]]; then
+  start_pair "$work/i"
   sleep 3  # start-up done
   a0=$(cpu_ns "$apid"); c0=$(cpu_ns "$cpid")
   sleep "$idle"
@@ -146,11 +153,7 @@ if [[ " $phases " == *" i "* ]]; then
 fi
 
 if [[ " $phases " == *" s "* ]]; then
-  agent_conf "$work/s"
-  (cd "$work/s/work" && exec "$agent" "$work/s/agent.conf") &
-  apid=$!; pids+=("$apid")
-  "$tool" collect "$work/s/agent.conf" 2>"$work/s/err" &
-  cpid=$!; pids+=("$cpid")
+  start_pair "$work/s"
   (
     for ((s = 0; s < soak; s++)); do
       printf 'x,q,%d\nx,q,%d\nx,q,%d\n' $((91 + s % 9)) $((s % 90)) $((s % 80))  >>"$work/s/app.log"
@@ -173,3 +176,8 @@ if [[ " $phases " == *" s "* ]]; then
 fi
 
 printf '%s\n' "${report[@]}"
+# Events lost or left behind fail the run.
+if [[ " $phases " == *" s "* ]] && { [ "$delivered" != "$written" ] || [ "$left" != 0 ]; }; then
+  echo "collect: events delivered ($delivered) differ from the events written ($written), or $left entries left" >&2
+  exit 1
+fi

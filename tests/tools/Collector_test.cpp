@@ -176,7 +176,6 @@ TEST(Collector, SendsAtMostTheFileInProgressTwice) {
     for (const auto& id : ids) twice += id.second - 1;
     EXPECT_EQ(ids.size(), static_cast<size_t>(kFiles * kLines));
     EXPECT_LE(twice, signal == SIGTERM ? 0 : kLines);
-    if (signal == SIGKILL) { EXPECT_GT(twice, 0) << "the kill came between two files"; }
   }
 }
 
