@@ -21,6 +21,12 @@ bool fReadInt(const std::string& l_strText, size_t* l_pnAt, int* l_pnValue) {
   const bool l_bNegative = l_nAt < l_strText.size() && l_strText[l_nAt] == '-';
   if (l_bNegative) ++l_nAt;
   const size_t l_nDigits = l_nAt;
+  // "%d" writes no leading zero and no "-0".
+  if (l_nAt + 1 < l_strText.size() && l_strText[l_nAt] == '0' &&
+      (l_bNegative || (l_strText[l_nAt + 1] >= '0' && l_strText[l_nAt + 1] <= '9'))) {
+    return false;
+  }
+  if (l_bNegative && l_nAt < l_strText.size() && l_strText[l_nAt] == '0') return false;
   long long l_llValue = 0;
   while (l_nAt < l_strText.size() && l_strText[l_nAt] >= '0' && l_strText[l_nAt] <= '9') {
     l_llValue = l_llValue * 10 + (l_strText[l_nAt] - '0');
@@ -125,8 +131,11 @@ bool fParseRate(const std::string& l_strRaw, size_t l_nAt, ST_COLLECT_EVENT* l_p
   l_pstEvent->m_strValue = std::to_string(l_nCount);
   l_pstEvent->m_strOp = ">=";
   l_pstEvent->m_strThreshold = std::to_string(l_nThreshold);
+  // The date text is empty or ends with the blank that follows each date column.
   l_pstEvent->m_strDates = l_strRaw.substr(l_nAt, l_nMark - l_nAt);
-  if (!l_pstEvent->m_strDates.empty() && l_pstEvent->m_strDates.back() == ' ') l_pstEvent->m_strDates.pop_back();
+  if (l_pstEvent->m_strDates.empty()) return true;
+  if (l_pstEvent->m_strDates.back() != ' ') return false;
+  l_pstEvent->m_strDates.pop_back();
   return true;
 }
 

@@ -1,5 +1,6 @@
 #include "CollectFormat.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -125,11 +126,13 @@ std::string fSummary(const ST_COLLECT_EVENT& l_stEvent) {
          l_stEvent.m_strThreshold;
 }
 
-void fSdParam(std::string* l_pstrOut, const char* l_pstrName, const std::string& l_strValue) {
+// ' NAME="VALUE"', the value escaped and cut to at most `l_nMax` bytes.
+void fSdParam(std::string* l_pstrOut, const char* l_pstrName, const std::string& l_strValue,
+              size_t l_nMax = std::string::npos, bool* l_pbCut = nullptr) {
   *l_pstrOut += ' ';
   *l_pstrOut += l_pstrName;
   *l_pstrOut += "=\"";
-  fSyslogAppend(l_pstrOut, l_strValue, "\"\\]", std::string::npos, nullptr);
+  fSyslogAppend(l_pstrOut, l_strValue, "\"\\]", l_nMax, l_pbCut);
   *l_pstrOut += '"';
 }
 
@@ -337,11 +340,17 @@ std::string fgFormatSyslogEvent(const ST_COLLECT_EVENT& l_stEvent, const ST_COLL
   fSdParam(&l_strOut, "kind", fgEventKindName(l_stEvent.m_nKind));
   fSdParam(&l_strOut, "level", std::to_string(l_stEvent.m_nLevel));
   if (l_stEvent.m_nKind != EVENT_KIND_RATE) fSdParam(&l_strOut, "column", std::to_string(l_stEvent.m_nColumn));
-  fSdParam(&l_strOut, "value", l_stEvent.m_strValue);
+  // The texts from the log (value, text, summary, line) share what is left:
+  // a sixth each at most for the first three, the rest for the line.
+  constexpr size_t l_nNames = 64;  // their names, quotes and ' op=">="'
+  const size_t l_nRoom = l_nMaxLen > l_strOut.size() + l_nTail + l_nNames ? l_nMaxLen - l_strOut.size() - l_nTail - l_nNames : 0;
+  const size_t l_nShare = std::min(l_nRoom / 6, COLLECT_SUMMARY_MAX);
+  fSdParam(&l_strOut, "value", l_stEvent.m_strValue, l_nShare, &l_bCut);
   fSdParam(&l_strOut, "op", l_stEvent.m_strOp);
-  fSdParam(&l_strOut, l_stEvent.m_nKind == EVENT_KIND_TEXT ? "text" : "threshold", l_stEvent.m_strThreshold);
+  fSdParam(&l_strOut, l_stEvent.m_nKind == EVENT_KIND_TEXT ? "text" : "threshold", l_stEvent.m_strThreshold, l_nShare,
+           &l_bCut);
   std::string l_strMsg = "] ";
-  fSyslogAppend(&l_strMsg, fSummary(l_stEvent), "\\", COLLECT_SUMMARY_MAX, nullptr);
+  fSyslogAppend(&l_strMsg, fSummary(l_stEvent), "\\", l_nShare, nullptr);
   const bool l_bRate = l_stEvent.m_nKind == EVENT_KIND_RATE;
   l_strOut += l_bRate ? " dates=\"" : " line=\"";
   const size_t l_nFixed = l_strOut.size() + 1 + l_nTail + l_strMsg.size();

@@ -66,6 +66,9 @@ TEST(CollectEvent, LinesThatDoNotParseAreKeptWhole) {
       Sep("1|1{|}2{|}COLUMN[3] Value[9x] > 90, ORIGINAL_MSG:x"),  // not a number
       Sep("99999999999|1{|}2{|}COLUMN[3] Value[9] > 9, ORIGINAL_MSG:x"),  // beyond int
       Sep("1|4{|}2{|}10:11:12  log count[3] >= [3] trailing"),
+      Sep("1|4{|}2{|}10:11:12 log count[3] >= [3]"),  // a date text ends with its blank
+      Sep("01|1{|}2{|}COLUMN[3] Value[95] > 90, ORIGINAL_MSG:x"),  // "%d" writes no leading zero
+      Sep("1|1{|}-0{|}COLUMN[3] Value[95] > 90, ORIGINAL_MSG:x"),
       std::string("1|1\0\x1f\x7c" "2", 6),
       twoReadings,
       markerInLine,
