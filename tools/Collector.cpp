@@ -154,6 +154,7 @@ int CCollector::fKeepRest(const std::string& l_strName, const std::string& l_str
 // 1 delivered and removed, 0 gone or unreadable (kept), -1 destination failed.
 int CCollector::fCollectFile(const std::string& l_strName) {
   const std::string l_strPath = m_strDir + l_strName;
+  if (std::find(m_vstrStuck.begin(), m_vstrStuck.end(), l_strName) != m_vstrStuck.end()) return RESULT_REFUSED;
   const int l_nFd = fgOpen(l_strPath.c_str(), O_RDONLY | O_NOFOLLOW, 0);
   std::string& l_strText = m_strText;
   l_strText.clear();
@@ -195,9 +196,9 @@ int CCollector::fCollectFile(const std::string& l_strName) {
     return RESULT_FAIL;
   }
   if (unlink(l_strPath.c_str()) != 0 && errno != ENOENT) {
-    // Kept, it would be delivered again and again: hold everything instead.
-    fNote("cannot remove %s after delivering it : %s", l_strPath.c_str(), strerror(errno));
-    return RESULT_FAIL;
+    // Delivered but not removable: never delivered again by this run.
+    fNote("cannot remove %s after delivering it, left in place : %s", l_strPath.c_str(), strerror(errno));
+    m_vstrStuck.push_back(l_strName);
   }
   m_stCounts.m_lFiles += 1;
   m_stCounts.m_lEvents += static_cast<long>(l_vstrRecords.size());

@@ -78,6 +78,7 @@ class CCollector {
   int m_nForeign = 0;          // entries left alone, as last reported
   time_t m_tRecheck = 0;       // when a waiting "ing_" file is due
   std::vector<std::string> m_vstrUnreadable;  // event files reported as unreadable
+  std::vector<std::string> m_vstrStuck;       // delivered files that could not be removed
   std::string m_strText;  // the file being collected; kept between files so its pages stay mapped
 };
 
