@@ -83,6 +83,8 @@ install(CODE [[
   set(columnlogs_unit "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/lib/systemd/system/columnlogs.service")
   message(STATUS "Installing: ${columnlogs_unit}")
   configure_file("${COLUMNLOGS_SOURCE_DIR}/packaging/columnlogs.service.in" "${columnlogs_unit}" @ONLY)
+  configure_file("${COLUMNLOGS_SOURCE_DIR}/packaging/columnlogs-collect.service.in"
+                 "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/lib/systemd/system/columnlogs-collect.service" @ONLY)
 ]] COMPONENT treeunit)
 
 # ---- Debian package ----
@@ -92,9 +94,13 @@ install(CODE [[
 set(PREFIX ${COLUMNLOGS_PACKAGE_PREFIX})
 configure_file(${CMAKE_SOURCE_DIR}/packaging/columnlogs.service.in
                ${CMAKE_BINARY_DIR}/packaging/columnlogs.service @ONLY)
+configure_file(${CMAKE_SOURCE_DIR}/packaging/columnlogs-collect.service.in
+               ${CMAKE_BINARY_DIR}/packaging/columnlogs-collect.service @ONLY)
 configure_file(${CMAKE_SOURCE_DIR}/packaging/conffiles.in ${CMAKE_BINARY_DIR}/packaging/conffiles @ONLY)
 unset(PREFIX)
 install(FILES ${CMAKE_BINARY_DIR}/packaging/columnlogs.service DESTINATION /lib/systemd/system
+        COMPONENT systemunit EXCLUDE_FROM_ALL)
+install(FILES ${CMAKE_BINARY_DIR}/packaging/columnlogs-collect.service DESTINATION /lib/systemd/system
         COMPONENT systemunit EXCLUDE_FROM_ALL)
 
 set(CPACK_GENERATOR DEB)

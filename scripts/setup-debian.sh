@@ -15,7 +15,7 @@ set -euo pipefail
 tools=(
   "cmake cmake" "ctest cmake" "cpack cmake" "make make" "g++ g++" "gzip gzip"
   "gawk gawk" "mawk mawk" "clang clang" "clang++ clang" "dpkg-deb dpkg"
-  "systemd-analyze systemd"
+  "systemd-analyze systemd" "rsyslogd rsyslog"
 )
 # Libraries and headers the build links, found by their package only.
 # python3-prometheus-client is the real parser the status file's test checks it with.

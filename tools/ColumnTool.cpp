@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "CollectEvent.h"
+#include "Collector.h"
 #include "ColumnLogger.h"
 #include "CommonConst.h"
 #include "CommonFunc.h"
@@ -32,6 +34,8 @@ const char* const USAGE =
     "  encode [IN [OUT]]                 readable {~} / {|} notation -> separator bytes\n"
     "  decode [IN [OUT]]                 separator bytes -> readable notation\n"
     "  events [--raw] DIR                the waiting out_ event files of DIR, oldest first\n"
+    "  collect CONFIG                    deliver the event files of CONFIG's OUTPUT_PATH to its COLLECT_TO\n"
+    "                                    and remove them (runs until SIGTERM)\n"
     "  status [CONFIG]                   the running agent's status file (STATUS_FILE) as a table with\n"
     "                                    warnings; status 1 while a warning stands\n"
     "  --version                         the version\n"
@@ -203,6 +207,7 @@ int fgToolEvents(int argc, char** argv) {
   std::sort(l_vstrIng.begin(), l_vstrIng.end());
 
   long l_lEvents = 0;
+  long l_lUnparsed = 0;  // lines the collector would deliver unparsed
   for (const std::string& l_strName : l_vstrOut) {
     FileHandle l_pstFd(fopen((l_strDir + l_strName).c_str(), "rbe"));
     std::string l_strText;
@@ -213,6 +218,12 @@ int fgToolEvents(int argc, char** argv) {
     }
     const long l_lLines = static_cast<long>(std::count(l_strText.begin(), l_strText.end(), '\n'));
     l_lEvents += l_lLines;
+    ST_COLLECT_EVENT l_stEvent;
+    for (size_t l_nAt = 0; l_nAt < l_strText.size();) {
+      const size_t l_nEnd = std::min(l_strText.find('\n', l_nAt), l_strText.size() - 1) + 1;
+      if (fgParseEventLine(l_strText.data() + l_nAt, l_nEnd - l_nAt, &l_stEvent) != 1) ++l_lUnparsed;
+      l_nAt = l_nEnd;
+    }
     if (l_bRaw) {
       fWriteAll(stdout, l_strText);
       continue;
@@ -231,6 +242,10 @@ int fgToolEvents(int argc, char** argv) {
   fprintf(l_pstSummary, "%zu out_ file%s waiting, %ld event%s; %d entr%s in %s (gathering pauses at %d)\n",
           l_vstrOut.size(), l_vstrOut.size() == 1 ? "" : "s", l_lEvents, l_lEvents == 1 ? "" : "s", l_nEntries,
           l_nEntries == 1 ? "y" : "ies", l_strDir.c_str(), OUTPUT_BACKLOG_LIMIT);
+  if (l_lUnparsed > 0) {
+    fprintf(l_pstSummary, "%ld line%s without the event layout: the collector delivers them whole, marked unparsed\n",
+            l_lUnparsed, l_lUnparsed == 1 ? "" : "s");
+  }
   for (const std::string& l_strName : l_vstrIng) {
     fprintf(l_pstSummary, "%s: still being written, or left by a failed hand-off\n", l_strName.c_str());
   }
@@ -253,6 +268,7 @@ int main(int argc, char** argv) {
     printf("ColumnTool %s\n", COLUMNLOGS_VERSION);
     return TOOL_EXIT_OK;
   }
+  if (l_strCommand == "collect") return fgToolCollect(argc - 1, argv + 1);
   if (l_strCommand == "-h" || l_strCommand == "--help" || l_strCommand == "help") {
     printf("%s", USAGE);
     return TOOL_EXIT_OK;

@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "CollectTarget.h"
 #include "ColumnLogger.h"
 #include "ColumnTool.h"
 #include "CommonConst.h"
@@ -560,6 +561,20 @@ void fCheckLineRate(CColumnLogger& l_clLogger, Report& l_clReport) {
   }
 }
 
+// The collector's destination (ColumnTool collect); the agent ignores the key.
+void fCheckCollectTo(CConfManager* l_pclStore, Report& l_clReport) {
+  const char* l_pstrTo = fGetOpt(l_pclStore, COLLECT_TO_KEY);
+  std::string l_strReason;
+  if (l_pstrTo == nullptr) {
+    l_clReport.Line("COLLECT_TO    missing  (the collector sends to %s)", COLLECT_TO_DEFAULT);
+  } else if (fgParseCollectTo(l_pstrTo, nullptr, &l_strReason) == 1) {
+    l_clReport.Line("COLLECT_TO    %s", fQuote(l_pstrTo).c_str());
+  } else {
+    l_clReport.Line("COLLECT_TO    %s", fQuote(l_pstrTo).c_str());
+    l_clReport.Error("COLLECT_TO is not a destination: %s; the collector does not start", l_strReason.c_str());
+  }
+}
+
 // Keys the agent never reads, duplicates, and values that still hold the
 // readable notation or a carriage return.
 void fCheckKeys(CConfManager* l_pclStore, Report& l_clReport) {
@@ -657,6 +672,7 @@ int fgToolCheck(int argc, char** argv) {
   fCheckOutput(l_clLogger, l_stLoad, l_clReport);
   fCheckStatusFile(l_clLogger.m_pclConfManager, l_clReport);
   fCheckDeferEvents(l_clLogger.m_pclConfManager, l_clReport);
+  fCheckCollectTo(l_clLogger.m_pclConfManager, l_clReport);
 
   int l_nSkipped = 0;
   int l_nLoaded = 0;

@@ -23,3 +23,5 @@ done
 DURATION=2 LINES=20000 FLAT_MAX=100000 BUILD=$build SKIP_BUILD=1 bench/e2e.sh
 # The floor program must keep running through the same script in the agent's place.
 AGENT=$build/bin/bench_floor PHASES=f DURATION=2 BUILD=$build SKIP_BUILD=1 bench/e2e.sh
+# The collector bench, every phase in its short form (about 15 s).
+EVENTS=20000 IDLE=2 SOAK=5 BUILD=$build SKIP_BUILD=1 bench/collect.sh

@@ -54,6 +54,7 @@ $prefix/share/columnlogs/examples/columnlogs.conf.readable -
 $prefix/share/columnlogs/examples/demo-writer.sh x
 $prefix/share/doc/columnlogs/README.md -
 ./lib/systemd/system/columnlogs.service -
+./lib/systemd/system/columnlogs-collect.service -
 LIST
 
 [ "$(dpkg-deb -f "$deb" Package)" = columnlogs ] || fail "package name is not columnlogs"
@@ -86,12 +87,15 @@ depends=$(dpkg-deb -f "$deb" Depends)
 echo "package: Depends: $depends"
 awk -F', ' '{ for (i = 1; i <= NF; i++) if ($i !~ /\(>= [^)]+\)$/) { print $i; bad = 1 } } END { exit bad }' <<<"$depends" >/dev/null \
   || fail "a dependency carries no version: $depends"
+grep -qxF "ExecStart=/opt/columnlogs/bin/ColumnTool collect /opt/columnlogs/etc/columnlogs.conf" \
+  "$x/lib/systemd/system/columnlogs-collect.service" || fail "the collector unit does not run the collector"
 conf="$x/opt/columnlogs/etc/columnlogs.conf"
 grep -q $'\x03\x1f\x7e' "$conf" || fail "configuration holds no separator bytes"
 if grep -v '^#' "$conf" | grep -qF '{~}'; then fail "configuration still holds the readable notation"; fi
 grep -qxF "OUTPUT_PATH=/opt/columnlogs/var/out/" "$conf" || fail "configuration does not write events into the tree"
 grep -qxF "STATUS_FILE=/var/lib/prometheus/node-exporter/columnlogs.prom" "$conf" \
   || fail "configuration does not keep its status file where node_exporter reads"
+grep -q "^COLLECT_TO=" "$conf" || fail "configuration does not say where the collector delivers events"
 # --start, as the unit runs it: the extracted tree is not at /opt, so its output
 # directory does not exist here.
 if ! "$x/opt/columnlogs/bin/ColumnTool" check --start "$conf" >"$out/check.txt" 2>&1; then

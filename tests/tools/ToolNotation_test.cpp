@@ -37,7 +37,7 @@ TEST(ColumnToolNotation, FileArgumentsAndInPlaceRewrite) {
 TEST(ColumnToolEvents, ListsWaitingFilesOldestFirstInReadableForm) {
   TempDir dir;
   const std::string newer = Sep("2|2{|}3{|}COLUMN[7] Value[FAIL] == FAIL, ORIGINAL_MSG:x,FAIL\n"
-                                "2|4{|}1{|}10:00:05  log count[12] >= [10]\n");
+                                "2|4{|}1{|}10:00:05  log count[12] >= [10]\nno event layout\n");
   const std::string older = Sep("1|1{|}2{|}COLUMN[3] Value[95] > 90, ORIGINAL_MSG:a,b,95\n");
   for (const auto& [name, text] : {std::make_pair("out_20240102-000000", newer), {"out_20240101-235959", older},
                                    {"ing_20240102-000001", older}, {"foreign.txt", "not an event file\n"}})
@@ -48,10 +48,12 @@ TEST(ColumnToolEvents, ListsWaitingFilesOldestFirstInReadableForm) {
   EXPECT_EQ(r.out,
             "== out_20240101-235959 (1 event)\n"
             "1|1{|}2{|}COLUMN[3] Value[95] > 90, ORIGINAL_MSG:a,b,95\n"
-            "== out_20240102-000000 (2 events)\n"
+            "== out_20240102-000000 (3 events)\n"
             "2|2{|}3{|}COLUMN[7] Value[FAIL] == FAIL, ORIGINAL_MSG:x,FAIL\n"
             "2|4{|}1{|}10:00:05  log count[12] >= [10]\n"
-            "2 out_ files waiting, 3 events; 4 entries in " + dir.path() + "/ (gathering pauses at 200)\n"
+            "no event layout\n"
+            "2 out_ files waiting, 4 events; 4 entries in " + dir.path() + "/ (gathering pauses at 200)\n"
+            "1 line without the event layout: the collector delivers them whole, marked unparsed\n"
             "ing_20240102-000001: still being written, or left by a failed hand-off\n");
 
   const RunResult raw = Tool({"events", "--raw", dir.path() + "/"});
