@@ -56,8 +56,8 @@ for ((s = 0; s <= duration + 2; s++)); do
   total=$(wc -l <"$events" 2>/dev/null || echo 0)
   [ "$total" -gt "$shown" ] || continue
   # The first events of the second, and every line-rate event (a burst second).
-  sed -n "$((shown + 1)),${total}p" "$events" | { grep -v '"kind":"line_rate"' | head -n 3 || true; } | cut -c1-220
-  sed -n "$((shown + 1)),${total}p" "$events" | { grep '"kind":"line_rate"' || true; } | cut -c1-220
+  sed -n "$((shown + 1)),${total}p" "$events" | { grep -v '"kind":"rate"' | head -n 3 || true; } | cut -c1-220
+  sed -n "$((shown + 1)),${total}p" "$events" | { grep '"kind":"rate"' || true; } | cut -c1-220
   if [ "$((total - shown))" -gt 3 ]; then echo "    ... $((total - shown)) events this second"; fi
   shown=$total
 done

@@ -22,8 +22,6 @@
 // The configuration key the collector reads beside OUTPUT_PATH (the agent
 // ignores it): KEY_COLLECT_TO of the configuration's vocabulary.
 constexpr const char* COLLECT_TO_KEY = KEY_COLLECT_TO;
-// Where events go when the key is absent.
-constexpr char COLLECT_TO_DEFAULT[] = "syslog:unix:/dev/log";
 
 enum class ECollectKind { JSONL, STDOUT, UNIX, UDP, TCP };
 
