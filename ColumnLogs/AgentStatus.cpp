@@ -25,7 +25,7 @@ namespace {
 // Readable by the monitoring system's user whatever the agent's umask.
 constexpr mode_t STATUS_FILE_MODE = 0644;
 
-const char* const KIND_LABELS[EVENT_KINDS] = {",kind=\"numeric\"", ",kind=\"text\"", ",kind=\"line_rate\""};
+const char* const KIND_LABELS[STATUS_KINDS] = {",kind=\"numeric\"", ",kind=\"text\"", ",kind=\"line_rate\""};
 const char* const DEFER_LABELS[DEFER_REASONS] = {",reason=\"ceiling\"", ",reason=\"write_failed\""};
 
 // Length of the UTF-8 sequence starting at `l_pstrText[l_nPos]`, 0 when it is not valid.
@@ -101,6 +101,28 @@ bool fWriteWhole(int l_nFd, const std::string& l_strText) {
 }
 
 }  // namespace
+
+int fgReplaceStatusFile(const std::string& l_strPath, const std::string& l_strText) {
+  const std::string l_strTemp = l_strPath + ".tmp";
+  const int l_nFd = fgOpen(l_strTemp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, STATUS_FILE_MODE);
+  if (l_nFd < 0) return RESULT_FAIL;
+  bool l_bOk = fchmod(l_nFd, STATUS_FILE_MODE) == 0 && fWriteWhole(l_nFd, l_strText);
+  int l_nSaved = errno;
+  l_bOk = close(l_nFd) == 0 && l_bOk;
+  if (l_bOk && rename(l_strTemp.c_str(), l_strPath.c_str()) == 0) return RESULT_OK;
+  if (l_bOk) l_nSaved = errno;
+  unlink(l_strTemp.c_str());
+  errno = l_nSaved;
+  return RESULT_FAIL;
+}
+
+std::string fgCollectStatusPath(const std::string& l_strAgentPath) {
+  const std::string l_strEnd = ".prom";
+  if (l_strAgentPath.size() > l_strEnd.size() &&
+      l_strAgentPath.compare(l_strAgentPath.size() - l_strEnd.size(), l_strEnd.size(), l_strEnd) == 0)
+    return l_strAgentPath.substr(0, l_strAgentPath.size() - l_strEnd.size()) + "-collect" + l_strEnd;
+  return l_strAgentPath + "-collect.prom";
+}
 
 std::string fgPromLabelValue(const std::string& l_strText) {
   std::string l_strOut;
@@ -254,7 +276,7 @@ std::string CAgentStatus::fFormat(const std::vector<ST_ROW>& l_vstRows, time_t l
              &ST_ENTRY_COUNTS::m_ulLinesPassedOver);
   fHeader(l_strOut, "columnlogs_entry_events_total", "counter", "Events fired, by kind (numeric, text and line-rate rules).");
   for (R r : l_vstRows) {
-    for (int l_nKind = 0; l_nKind < EVENT_KINDS; ++l_nKind) {
+    for (int l_nKind = 0; l_nKind < STATUS_KINDS; ++l_nKind) {
       fSample(l_strOut, "columnlogs_entry_events_total", r.m_strLabels, KIND_LABELS[l_nKind],
               m_vstEntries[r.m_nIndx].m_vulEvents[l_nKind]);
     }
@@ -318,19 +340,9 @@ int CAgentStatus::fWrite(CColumnLogger& l_clLogger, time_t l_tNow, bool l_bWhole
   m_ulLastSignature = l_ulSignature;
   m_tLastFull = l_tNow;
   const std::string l_strText = fFormat(l_vstRows, l_tNow);
-  const std::string l_strTemp = m_strPath + ".tmp";
-  const int l_nFd = fgOpen(l_strTemp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, STATUS_FILE_MODE);
-  bool l_bOk = l_nFd >= 0;
-  if (l_bOk) {
-    l_bOk = fchmod(l_nFd, STATUS_FILE_MODE) == 0 && fWriteWhole(l_nFd, l_strText);
-    const int l_nSaved = errno;
-    l_bOk = close(l_nFd) == 0 && l_bOk;
-    if (!l_bOk) errno = l_nSaved;
-    l_bOk = l_bOk && rename(l_strTemp.c_str(), m_strPath.c_str()) == 0;
-  }
+  bool l_bOk = fgReplaceStatusFile(m_strPath, l_strText) == RESULT_OK;
   if (!l_bOk) {
     const int l_nErrno = errno;
-    if (l_nFd >= 0) unlink(l_strTemp.c_str());
     if (!m_bFailing) {
       fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, l_nErrno, "%s status file write failed", m_strPath.c_str());
     }

@@ -22,7 +22,7 @@
 class CColumnLogger;
 
 // Kinds of events, by the type field of the event line (1, 2 and 4).
-enum EN_EVENT_KIND { EVENT_KIND_NUMERIC = 0, EVENT_KIND_TEXT = 1, EVENT_KIND_LINE_RATE = 2, EVENT_KINDS = 3 };
+enum EN_EVENT_KIND { STATUS_KIND_NUMERIC = 0, STATUS_KIND_TEXT = 1, STATUS_KIND_LINE_RATE = 2, STATUS_KINDS = 3 };
 // Why a turn left lines for the next cycle (DEFER_EVENTS).
 enum EN_DEFER_REASON { DEFER_CEILING = 0, DEFER_WRITE_FAILED = 1, DEFER_REASONS = 2 };
 
@@ -99,7 +99,7 @@ class CAgentStatus {
     uint64_t m_ulBytesRead = 0;        // bytes of those lines, line ends included
     uint64_t m_ulLinesMatched = 0;     // lines that passed the line patterns
     uint64_t m_ulLinesPassedOver = 0;  // of those, lines not evaluated (event ceiling)
-    uint64_t m_vulEvents[EVENT_KINDS] = {};
+    uint64_t m_vulEvents[STATUS_KINDS] = {};
     uint64_t m_vulDeferred[DEFER_REASONS] = {};  // turns stopped early, by reason
     // Previous write: bytes behind, for "falls behind".
     long long m_llPrevBehind = -1;
@@ -155,6 +155,17 @@ class CAgentStatus {
 // The agent's status object; null unless STATUS_FILE is set. Owned by the
 // entry (ColumnStart), which creates it after the configuration is loaded.
 extern CAgentStatus* g_pclAgentStatus;
+
+// Replaces `l_strPath` with `l_strText` atomically: a temporary file
+// "<path>.tmp" beside it, written whole with mode 0644 (readable by the
+// monitoring system's user whatever the umask), renamed over it. 1 done; -1
+// failed, errno set, the temporary file removed.
+int fgReplaceStatusFile(const std::string& l_strPath, const std::string& l_strText);
+
+// The collector's status file beside the agent's: "-collect" before the
+// ".prom" ending of `l_strAgentPath` ("/x/columnlogs.prom" ->
+// "/x/columnlogs-collect.prom"), or "-collect.prom" appended.
+std::string fgCollectStatusPath(const std::string& l_strAgentPath);
 
 // A label value of the text format: backslash, double quote and line feed
 // escaped, and every byte that is not part of valid UTF-8 replaced by U+FFFD,

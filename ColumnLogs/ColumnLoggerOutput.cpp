@@ -34,7 +34,7 @@ constexpr size_t EVENT_STACK_SIZE = 2048;
 int CColumnLogger::fMakeOutFile(ST_NUM_PATTERN_LIST* l_pstNumPatternList, int l_nType, char* l_pstrValueMsg) {
   m_nFaultFoundFlag = 1;
   m_nFaultSendIncrease++;
-  if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fEvent(EVENT_KIND_NUMERIC);
+  if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fEvent(STATUS_KIND_NUMERIC);
   if (l_pstNumPatternList == nullptr) return RESULT_FAIL;
   return fAppendRuleEvent(l_pstNumPatternList->m_nIndex, l_nType, l_pstNumPatternList->m_nFaultLevel,
                           l_pstNumPatternList->m_nComumnNum, l_pstrValueMsg);
@@ -43,7 +43,7 @@ int CColumnLogger::fMakeOutFile(ST_NUM_PATTERN_LIST* l_pstNumPatternList, int l_
 int CColumnLogger::fMakeOutFile(ST_CHAR_PATTERN_LIST* l_pstCharPatternList, int l_nType, char* l_pstrValueMsg) {
   m_nFaultFoundFlag = 1;
   m_nFaultSendIncrease++;
-  if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fEvent(EVENT_KIND_TEXT);
+  if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fEvent(STATUS_KIND_TEXT);
   if (l_pstCharPatternList == nullptr) return RESULT_FAIL;
   return fAppendRuleEvent(l_pstCharPatternList->m_nIndex, l_nType, l_pstCharPatternList->m_nFaultLevel,
                           l_pstCharPatternList->m_nComumnNum, l_pstrValueMsg);
@@ -71,7 +71,7 @@ int CColumnLogger::fAppendRuleEvent(int l_nIndex, int l_nType, int l_nFaultLevel
 int CColumnLogger::fMakeOutFile(char* l_pstrValueMsg) {
   m_nFaultSendIncrease++;
   m_nFaultFoundFlag = 1;
-  if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fEvent(EVENT_KIND_LINE_RATE);
+  if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fEvent(STATUS_KIND_LINE_RATE);
   if (l_pstrValueMsg == nullptr) return RESULT_FAIL;
   return fAppendEvent(l_pstrValueMsg, strlen(l_pstrValueMsg));
 }

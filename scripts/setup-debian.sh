@@ -21,6 +21,10 @@ tools=(
 # python3-prometheus-client is the real parser the status file's test checks it with.
 libraries=(libgtest-dev libgmock-dev libbenchmark-dev libclang-rt-14-dev python3-prometheus-client)
 
+# Installed, not merely known to dpkg: a removed package keeps a status
+# ("deinstall ok config-files") for which `dpkg -s` still succeeds.
+installed() { [ "$(dpkg-query -W -f='${Status}' "$1" 2>/dev/null)" = "install ok installed" ]; }
+
 check_tools() {
   local missing=0 entry program package
   for entry in "${tools[@]}"; do
@@ -31,7 +35,7 @@ check_tools() {
     fi
   done
   for package in "${libraries[@]}"; do
-    if ! dpkg -s "$package" >/dev/null 2>&1; then
+    if ! installed "$package"; then
       echo "setup-debian: the library package $package is missing: apt-get install $package" >&2
       missing=1
     fi
@@ -49,7 +53,7 @@ for entry in "${tools[@]}"; do packages+=("${entry#* }"); done
 packages+=("$@")
 missing=()
 for p in $(printf '%s\n' "${packages[@]}" | sort -u); do
-  dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
+  installed "$p" || missing+=("$p")
 done
 if [ "${#missing[@]}" -gt 0 ]; then
   sudo=""

@@ -12,10 +12,12 @@
 #include <cstdio>
 #include <cstring>
 
+#include "AgentStatus.h"
 #include "ColumnTool.h"
 #include "CommonConst.h"
 #include "CommonFunc.h"
 #include "ConfManager.h"
+#include "ConfVocabulary.h"
 
 namespace {
 
@@ -226,8 +228,17 @@ int CCollector::fCollectOnce() {
     m_nForeign = l_stPlan.m_nForeign;
   }
   m_tRecheck = l_stPlan.m_tRecheck;
+  m_nWaiting = l_stPlan.m_vstrTake.size();
+  m_tOldestWaiting = 0;
+  struct stat l_stOldest;
+  if (m_nWaiting > 0 && stat((m_strDir + l_stPlan.m_vstrTake[0]).c_str(), &l_stOldest) == 0)
+    m_tOldestWaiting = l_stOldest.st_mtime;
   for (size_t l_nFile = 0; l_nFile < l_stPlan.m_vstrTake.size() && !fStopRequested(); ++l_nFile) {
-    if (fCollectFile(l_stPlan.m_vstrTake[l_nFile]) != RESULT_FAIL) continue;
+    if (fCollectFile(l_stPlan.m_vstrTake[l_nFile]) != RESULT_FAIL) {
+      --m_nWaiting;
+      continue;
+    }
+    ++m_stCounts.m_lRetries;
     if (!m_bDown) {
       fNote("destination %s is down, %zu event file%s kept, retrying : %s", m_strTo.c_str(),
             l_stPlan.m_vstrTake.size() - l_nFile, l_stPlan.m_vstrTake.size() - l_nFile == 1 ? "" : "s",
@@ -244,6 +255,38 @@ int CCollector::fCollectOnce() {
   return RESULT_OK;
 }
 
+int CCollector::fWriteStatus(time_t l_tNow) {
+  m_tStatusWritten = l_tNow;
+  std::string l_strOut;
+  const auto l_fMetric = [&](const char* l_pstrName, const char* l_pstrType, const char* l_pstrHelp,
+                             const std::string& l_strLabels, long long l_llValue) {
+    l_strOut += std::string("# HELP ") + l_pstrName + " " + l_pstrHelp + "\n# TYPE " + l_pstrName + " " + l_pstrType +
+                "\n" + l_pstrName + l_strLabels + " " + std::to_string(l_llValue) + "\n";
+  };
+  l_fMetric("columnlogs_collect_events_total", "counter", "Event lines delivered.", "", m_stCounts.m_lEvents);
+  l_fMetric("columnlogs_collect_unparsed_total", "counter", "Of them, lines delivered whole, marked unparsed.", "",
+            m_stCounts.m_lUnparsed);
+  l_fMetric("columnlogs_collect_files_total", "counter", "Event files delivered and removed.", "", m_stCounts.m_lFiles);
+  l_fMetric("columnlogs_collect_retries_total", "counter", "Tries that found the destination down.", "",
+            m_stCounts.m_lRetries);
+  l_fMetric("columnlogs_collect_destination_up", "gauge", "1 while the destination takes events, 0 while it is down.",
+            "{to=\"" + fgPromLabelValue(m_strTo) + "\"}", m_bDown ? 0 : 1);
+  l_fMetric("columnlogs_collect_waiting_files", "gauge", "Event files waiting to be delivered at the last look.", "",
+            static_cast<long long>(m_nWaiting));
+  l_fMetric("columnlogs_collect_oldest_waiting_seconds", "gauge", "Age of the oldest waiting event file (0: none).", "",
+            m_nWaiting > 0 && m_tOldestWaiting > 0 ? static_cast<long long>(l_tNow - m_tOldestWaiting) : 0);
+  l_fMetric("columnlogs_collect_status_time_seconds", "gauge", "Time this file was written.", "",
+            static_cast<long long>(l_tNow));
+  if (fgReplaceStatusFile(m_strStatusFile, l_strOut) != RESULT_OK) {
+    if (!m_bStatusFailing) fNote("cannot write the status file %s : %s", m_strStatusFile.c_str(), strerror(errno));
+    m_bStatusFailing = true;
+    return RESULT_FAIL;
+  }
+  if (m_bStatusFailing) fNote("status file %s written again", m_strStatusFile.c_str());
+  m_bStatusFailing = false;
+  return RESULT_OK;
+}
+
 int CCollector::fRun() {
   g_nCollectStop = 0;
   g_stWaitMask = fInstallSignals();
@@ -252,6 +295,8 @@ int CCollector::fRun() {
         m_nWatch >= 0 ? "" : " (no inotify watch: looking every second)");
   while (!g_nCollectStop) {
     const int l_nResult = fCollectOnce();
+    if (!m_strStatusFile.empty() && time(nullptr) - m_tStatusWritten >= COLLECT_STATUS_SECONDS)
+      fWriteStatus(time(nullptr));
     if (g_nCollectStop) break;
     if (l_nResult != RESULT_OK) {
       fWait(m_nRetrySeconds);
@@ -259,12 +304,13 @@ int CCollector::fRun() {
       continue;
     }
     m_nRetrySeconds = 1;
-    int l_nTimeout = COLLECT_RESCAN_SECONDS;
+    int l_nTimeout = m_strStatusFile.empty() ? COLLECT_RESCAN_SECONDS : COLLECT_STATUS_SECONDS;
     if (m_tRecheck != 0) {
       l_nTimeout = static_cast<int>(std::min<time_t>(l_nTimeout, std::max<time_t>(m_tRecheck - time(nullptr), 0) + 1));
     }
     fWait(l_nTimeout);
   }
+  if (!m_strStatusFile.empty()) fWriteStatus(time(nullptr));
   fNote("stopped: %ld file%s, %ld event%s delivered (%ld unparsed)", m_stCounts.m_lFiles,
         m_stCounts.m_lFiles == 1 ? "" : "s", m_stCounts.m_lEvents, m_stCounts.m_lEvents == 1 ? "" : "s",
         m_stCounts.m_lUnparsed);
@@ -306,5 +352,7 @@ int fgToolCollect(int argc, char** argv) {
     return TOOL_EXIT_PROBLEMS;
   }
   CCollector l_clCollector(l_pstrDir, std::move(l_pclTarget), l_strTo);
+  const char* l_pstrStatus = l_clStore.fGetOpt(const_cast<char*>(KEY_STATUS_FILE));
+  if (l_pstrStatus != nullptr && l_pstrStatus[0] != '\0') l_clCollector.fSetStatusFile(fgCollectStatusPath(l_pstrStatus));
   return l_clCollector.fRun();
 }

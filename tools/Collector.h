@@ -37,7 +37,14 @@ struct ST_COLLECT_COUNTS {
   long m_lFiles = 0;     // event files delivered and removed
   long m_lEvents = 0;    // lines delivered
   long m_lUnparsed = 0;  // of them, delivered unparsed
+  long m_lRetries = 0;   // tries that found the destination down
 };
+
+// The collector's own status file (the configuration's STATUS_FILE with
+// "-collect" before ".prom"), in the agent's format: events and files
+// delivered, retries, the destination up or down, the waiting files and the
+// age of the oldest. Written at most every ten seconds and at a stop.
+constexpr int COLLECT_STATUS_SECONDS = 10;
 
 class CCollector {
  public:
@@ -49,6 +56,10 @@ class CCollector {
 
   // Runs until SIGTERM or SIGINT. Returns 0.
   int fRun();
+  // Keep a status file at `l_strPath` (empty: none).
+  void fSetStatusFile(const std::string& l_strPath) { m_strStatusFile = l_strPath; }
+  // Writes the status file now. 1 written, -1 failed (one message per change).
+  int fWriteStatus(time_t l_tNow);
 
   // Collects what is due now, once: every file the plan takes, until the
   // destination fails. Returns 1 when all were delivered, -1 when the
@@ -80,6 +91,11 @@ class CCollector {
   std::vector<std::string> m_vstrUnreadable;  // event files reported as unreadable
   std::vector<std::string> m_vstrStuck;       // delivered files that could not be removed
   std::string m_strText;  // the file being collected; kept between files so its pages stay mapped
+  std::string m_strStatusFile;
+  time_t m_tStatusWritten = 0;
+  bool m_bStatusFailing = false;
+  size_t m_nWaiting = 0;       // event files the last plan took
+  time_t m_tOldestWaiting = 0; // modification time of the oldest of them (0: none)
 };
 
 // The subcommand: reads OUTPUT_PATH and COLLECT_TO from CONFIG and runs.

@@ -16,7 +16,8 @@ const std::string kTool = std::string(COLUMNLOGS_BINARY_DIR) + "/bin/ColumnTool"
 class Collector {
  public:
   Collector(const TempDir& dir, const std::string& outDir, const std::string& to) : m_dir(dir) {
-    EXPECT_TRUE(WriteFile(dir.file("collect.conf"), "OUTPUT_PATH=" + outDir + "/\nCOLLECT_TO=" + to + "\n"));
+    EXPECT_TRUE(WriteFile(dir.file("collect.conf"), "OUTPUT_PATH=" + outDir + "/\nCOLLECT_TO=" + to +
+                                                         "\nSTATUS_FILE=" + dir.file("agent.prom") + "\n"));
     Start();
   }
   ~Collector() { Signal(SIGKILL); }
@@ -85,6 +86,12 @@ TEST(Collector, ShipsTheAgentsEventsAndEmptiesTheSpool) {
     EXPECT_NE(jsonl.find(expected), std::string::npos) << expected << "\n" << jsonl;
   EXPECT_TRUE(PollFor([&] { return EventFiles(agent.Path("out")) == 0; }, 3000)) << ListDir(agent.Path("out")).size();
   EXPECT_EQ(collector.Signal(SIGTERM), 0);
+  // Its own status file beside the agent's, written at the stop.
+  const std::string status = ReadFile(dir.file("agent-collect.prom"));
+  for (const std::string& sample : {std::string("columnlogs_collect_events_total 3\n"),
+                                    "columnlogs_collect_destination_up{to=\"jsonl:" + dir.file("events.jsonl") + "\"} 1\n",
+                                    std::string("columnlogs_collect_waiting_files 0\n")})
+    EXPECT_NE(status.find(sample), std::string::npos) << sample << status;
 }
 
 // Destination down (TCP peer gone; jsonl on a full disk): files kept, one line when it goes down and one when it is
