@@ -16,6 +16,7 @@
 #include "CommonFunc.h"
 #include "ConfVocabulary.h"
 #include "DeferEvents.h"
+#include "PositionFile.h"
 #include "OmniLog.h"
 
 namespace {
@@ -43,25 +44,23 @@ void fRefreshHeartbeat() {
   if (l_nFd >= 0) close(l_nFd);
 }
 
-// Set by SIGTERM and SIGINT while a status file is kept: the main loop
-// writes it one last time and ends.
+// Set by SIGTERM and SIGINT while a status or position file is kept: the
+// main loop finishes the running cycle, writes them one last time and ends.
+// Without those keys the signals keep their default action.
 volatile sig_atomic_t g_nStopRequested = 0;
 void fOnStopSignal(int) { g_nStopRequested = 1; }
-
-// STATUS_FILE: the health figures, kept only when the key is set. A stop
-// signal then ends the agent between cycles, after a last write (without the
-// key the signals keep their default action).
-std::unique_ptr<CAgentStatus> fMakeAgentStatus(CConfManager* l_pclConfManager, time_t l_tStart) {
-  const char* l_pstrPath = l_pclConfManager->fGetOpt(const_cast<char*>(KEY_STATUS_FILE));
-  if (l_pstrPath == nullptr || l_pstrPath[0] == '\0') return nullptr;
-  std::unique_ptr<CAgentStatus> l_pclStatus(new (std::nothrow) CAgentStatus(l_pstrPath, l_tStart));
-  if (!l_pclStatus) return nullptr;
+void fCatchStopSignals() {
   struct sigaction l_stAction = {};
   l_stAction.sa_handler = fOnStopSignal;
   sigemptyset(&l_stAction.sa_mask);
   sigaction(SIGTERM, &l_stAction, nullptr);
   sigaction(SIGINT, &l_stAction, nullptr);
-  return l_pclStatus;
+}
+
+// The value of an optional path key, or null when it is absent or empty.
+const char* fOptionalPath(CConfManager* l_pclConfManager, const char* l_pstrKey) {
+  const char* l_pstrPath = l_pclConfManager->fGetOpt(const_cast<char*>(l_pstrKey));
+  return l_pstrPath != nullptr && l_pstrPath[0] != '\0' ? l_pstrPath : nullptr;
 }
 
 }  // namespace
@@ -108,7 +107,16 @@ int main(int argc, char** argv) {
     return 0;
   }
 
-  const std::unique_ptr<CAgentStatus> l_pclStatus = fMakeAgentStatus(l_pclLogger->m_pclConfManager, time(nullptr));
+  // STATUS_FILE and POSITION_FILE, kept only when their keys are set.
+  CConfManager* const l_pclConf = l_pclLogger->m_pclConfManager;
+  const char* const l_pstrStatusPath = fOptionalPath(l_pclConf, KEY_STATUS_FILE);
+  const char* const l_pstrPositionPath = fOptionalPath(l_pclConf, KEY_POSITION_FILE);
+  std::unique_ptr<CAgentStatus> l_pclStatus;
+  if (l_pstrStatusPath != nullptr) l_pclStatus.reset(new (std::nothrow) CAgentStatus(l_pstrStatusPath, time(nullptr)));
+  std::unique_ptr<CPositionFile> l_pclPositions;
+  if (l_pstrPositionPath != nullptr) l_pclPositions.reset(new (std::nothrow) CPositionFile(l_pstrPositionPath));
+  if (l_pclPositions) l_pclPositions->fRestore(*l_pclLogger);
+  if (l_pclStatus || l_pclPositions) fCatchStopSignals();
   const char* l_pstrDefer = l_pclLogger->m_pclConfManager->fGetOpt(const_cast<char*>(KEY_DEFER_EVENTS));
   g_bDeferEvents = l_pstrDefer != nullptr && strcmp(l_pstrDefer, DEFER_EVENTS_ON) == 0;
   g_pclAgentStatus = l_pclStatus.get();
@@ -120,6 +128,7 @@ int main(int argc, char** argv) {
     if (l_tGatherClock > l_tLastGather) {
       l_pclLogger->fLogGather();
       l_tLastGather = l_tGatherClock;
+      if (l_pclPositions) l_pclPositions->fSave(*l_pclLogger);
     }
     const time_t l_tBeatClock = time(nullptr);
     if (l_tBeatClock - l_tLastHeartbeat > HEARTBEAT_SECONDS) {
@@ -129,10 +138,14 @@ int main(int argc, char** argv) {
     if (l_pclStatus != nullptr && (g_nStopRequested != 0 || l_pclStatus->fDue(l_tBeatClock))) {
       l_pclStatus->fWrite(*l_pclLogger, l_tBeatClock, g_nStopRequested != 0);
     }
-    if (g_nStopRequested != 0) break;
+    if (g_nStopRequested != 0) {
+      if (l_pclPositions) l_pclPositions->fSave(*l_pclLogger, true);
+      break;
+    }
     fgUSleep(MAIN_LOOP_USEC);
   }
-  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "stop requested: status file written, agent ends");
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "stop requested:%s%s agent ends",
+              l_pclStatus ? " status file written," : "", l_pclPositions ? " positions saved," : "");
   g_pclAgentStatus = nullptr;
   delete g_pclOmniLog;
   g_pclOmniLog = nullptr;

@@ -241,23 +241,40 @@ void fCheckOutput(CColumnLogger& l_clLogger, const ST_TOOL_LOAD& l_stLoad, Repor
   }
 }
 
-// STATUS_FILE: optional; the file is replaced through a temporary file beside
-// it, so its directory must be writable.
-void fCheckStatusFile(CConfManager* l_pclStore, Report& l_clReport) {
-  const char* l_pstrPath = fGetOpt(l_pclStore, KEY_STATUS_FILE);
-  if (l_pstrPath == nullptr || l_pstrPath[0] == '\0') {
-    l_clReport.Line("STATUS_FILE   not set  (no status file)");
-    return;
-  }
-  l_clReport.Line("STATUS_FILE   %s  (health figures every 10 s, Prometheus text format; ColumnTool status reads it)",
-                  fQuote(l_pstrPath).c_str());
-  const std::string l_strDir = fPrefixDirectory(l_pstrPath);
-  if (std::string(l_pstrPath).back() == '/') {
-    l_clReport.Warning("STATUS_FILE names a directory: give it a file name (e.g. columnlogs.prom)");
-  } else if (!fIsWritableDirectory(l_strDir)) {
-    l_clReport.Warning("directory %s of STATUS_FILE does not exist or is not writable by this user: the status file "
-                       "cannot be written",
-                       fQuote(l_strDir.c_str()).c_str());
+// STATUS_FILE and POSITION_FILE: optional files that are replaced through a
+// temporary file beside them, so their directory must be writable.
+struct ST_OPTIONAL_FILE {
+  const char* m_pstrKey;
+  const char* m_pstrUnset;    // what the agent does without the key
+  const char* m_pstrUse;      // what the file is for
+  const char* m_pstrExample;  // a file name
+  const char* m_pstrLoss;     // what a file that cannot be written costs
+};
+const ST_OPTIONAL_FILE OPTIONAL_FILES[] = {
+    {KEY_STATUS_FILE, "no status file",
+     "health figures every 10 s, Prometheus text format; ColumnTool status reads it", "columnlogs.prom",
+     "the status file cannot be written"},
+    {KEY_POSITION_FILE, "read positions in memory only: a restart takes each log type's first look",
+     "read positions saved after every cycle that moved one; a restart goes on from them", "positions",
+     "positions cannot be saved, and a restart takes the first look"},
+};
+
+void fCheckOptionalFiles(CConfManager* l_pclStore, Report& l_clReport) {
+  for (const ST_OPTIONAL_FILE& l_stFile : OPTIONAL_FILES) {
+    const char* l_pstrPath = fGetOpt(l_pclStore, l_stFile.m_pstrKey);
+    if (l_pstrPath == nullptr || l_pstrPath[0] == '\0') {
+      l_clReport.Line("%-13s not set  (%s)", l_stFile.m_pstrKey, l_stFile.m_pstrUnset);
+      continue;
+    }
+    l_clReport.Line("%-13s %s  (%s)", l_stFile.m_pstrKey, fQuote(l_pstrPath).c_str(), l_stFile.m_pstrUse);
+    const std::string l_strDir = fPrefixDirectory(l_pstrPath);
+    if (std::string(l_pstrPath).back() == '/') {
+      l_clReport.Warning("%s names a directory: give it a file name (e.g. %s)", l_stFile.m_pstrKey,
+                         l_stFile.m_pstrExample);
+    } else if (!fIsWritableDirectory(l_strDir)) {
+      l_clReport.Warning("directory %s of %s does not exist or is not writable by this user: %s",
+                         fQuote(l_strDir.c_str()).c_str(), l_stFile.m_pstrKey, l_stFile.m_pstrLoss);
+    }
   }
 }
 
@@ -670,7 +687,7 @@ int fgToolCheck(int argc, char** argv) {
   }
   fCheckLogging(l_clLogger.m_pclConfManager, l_clReport);
   fCheckOutput(l_clLogger, l_stLoad, l_clReport);
-  fCheckStatusFile(l_clLogger.m_pclConfManager, l_clReport);
+  fCheckOptionalFiles(l_clLogger.m_pclConfManager, l_clReport);
   fCheckDeferEvents(l_clLogger.m_pclConfManager, l_clReport);
   fCheckCollectTo(l_clLogger.m_pclConfManager, l_clReport);
 

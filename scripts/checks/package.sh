@@ -49,6 +49,7 @@ $prefix/agent/work/ d
 $prefix/agent/aproc/shell/ d
 $prefix/var/log/ d
 $prefix/var/out/ d
+$prefix/var/lib/ d
 $prefix/var/logs/ d
 $prefix/share/columnlogs/examples/columnlogs.conf.readable -
 $prefix/share/columnlogs/examples/demo-writer.sh x
@@ -70,7 +71,7 @@ for line in "WorkingDirectory=/opt/columnlogs/agent/work" \
   "ExecStart=/opt/columnlogs/bin/ColumnLogs /opt/columnlogs/etc/columnlogs.conf" "Restart=always" \
   "ExecStartPre=/opt/columnlogs/bin/ColumnTool check --start /opt/columnlogs/etc/columnlogs.conf" \
   "User=columnlogs" "SupplementaryGroups=adm" "NoNewPrivileges=yes" "ProtectSystem=strict" \
-  "ReadWritePaths=/opt/columnlogs/agent /opt/columnlogs/var/log /opt/columnlogs/var/out /opt/columnlogs/etc" \
+  "ReadWritePaths=/opt/columnlogs/agent /opt/columnlogs/var/log /opt/columnlogs/var/out /opt/columnlogs/var/lib /opt/columnlogs/etc" \
   "ProtectHome=read-only" "PrivateTmp=yes" "ProtectKernelTunables=yes" "CapabilityBoundingSet="; do
   grep -qxF "$line" "$unit" || fail "unit lacks the line $line"
 done
@@ -114,7 +115,7 @@ if [ "$(id -u)" -eq 0 ] && ! dpkg -s columnlogs >/dev/null 2>&1 && ! getent pass
   [ -d "$status_dir" ] && had_status_dir=yes
   dpkg -i "$deb" >"$out/install.log" 2>&1 || { cat "$out/install.log" >&2; fail "dpkg -i failed"; }
   id -nG columnlogs 2>/dev/null | grep -qw adm || fail "the user columnlogs is missing or not in adm"
-  for dir in agent/work var/out var/log; do
+  for dir in agent/work var/out var/log var/lib; do
     [ "$(stat -c %U /opt/columnlogs/$dir)" = columnlogs ] || fail "/opt/columnlogs/$dir is not the agent user's"
   done
   # A run of the agent as its user leaves run-time files behind.
@@ -122,6 +123,7 @@ if [ "$(id -u)" -eq 0 ] && ! dpkg -s columnlogs >/dev/null 2>&1 && ! getent pass
     /opt/columnlogs/bin/ColumnLogs /opt/columnlogs/etc/columnlogs.conf) || true
   [ -e /opt/columnlogs/agent/work/LoggerAlive ] || fail "the agent did not run as its user in its work folder"
   [ -e "$status_dir/columnlogs.prom" ] || fail "the agent wrote no status file into $status_dir"
+  [ -e /opt/columnlogs/var/lib/positions ] || fail "the agent saved no read positions"
   touch /opt/columnlogs/var/logs/operator-file.log  # not the package's: stays
   dpkg --purge columnlogs >"$out/purge.log" 2>&1 || { cat "$out/purge.log" >&2; fail "dpkg --purge failed"; }
   getent passwd columnlogs >/dev/null && fail "purge left the user columnlogs"
