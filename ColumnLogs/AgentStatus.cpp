@@ -89,31 +89,11 @@ std::string fResolvedName(CColumnLogger& l_clLogger, ST_LOGFILE_INFO* l_pstLog) 
   return l_strName;
 }
 
-bool fWriteWhole(int l_nFd, const std::string& l_strText) {
-  size_t l_nDone = 0;
-  while (l_nDone < l_strText.size()) {
-    const ssize_t l_nWritten = write(l_nFd, l_strText.data() + l_nDone, l_strText.size() - l_nDone);
-    if (l_nWritten < 0 && errno == EINTR) continue;
-    if (l_nWritten <= 0) return false;
-    l_nDone += static_cast<size_t>(l_nWritten);
-  }
-  return true;
-}
 
 }  // namespace
 
 int fgReplaceStatusFile(const std::string& l_strPath, const std::string& l_strText) {
-  const std::string l_strTemp = l_strPath + ".tmp";
-  const int l_nFd = fgOpen(l_strTemp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, STATUS_FILE_MODE);
-  if (l_nFd < 0) return RESULT_FAIL;
-  bool l_bOk = fchmod(l_nFd, STATUS_FILE_MODE) == 0 && fWriteWhole(l_nFd, l_strText);
-  int l_nSaved = errno;
-  l_bOk = close(l_nFd) == 0 && l_bOk;
-  if (l_bOk && rename(l_strTemp.c_str(), l_strPath.c_str()) == 0) return RESULT_OK;
-  if (l_bOk) l_nSaved = errno;
-  unlink(l_strTemp.c_str());
-  errno = l_nSaved;
-  return RESULT_FAIL;
+  return fgReplaceFile(l_strPath.c_str(), l_strText.data(), l_strText.size(), STATUS_FILE_MODE, false);
 }
 
 std::string fgCollectStatusPath(const std::string& l_strAgentPath) {

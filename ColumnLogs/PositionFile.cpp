@@ -62,17 +62,6 @@ bool fNumber(const std::string& l_strText, unsigned long long* l_pullOut, int l_
   return errno == 0 && *l_pstrEnd == '\0';
 }
 
-// Writes the whole text; false on a failed write.
-bool fWriteAll(int l_nFd, const std::string& l_strText) {
-  size_t l_nDone = 0;
-  while (l_nDone < l_strText.size()) {
-    const ssize_t l_nWritten = write(l_nFd, l_strText.data() + l_nDone, l_strText.size() - l_nDone);
-    if (l_nWritten < 0 && errno == EINTR) continue;
-    if (l_nWritten <= 0) return false;
-    l_nDone += static_cast<size_t>(l_nWritten);
-  }
-  return true;
-}
 
 }  // namespace
 
@@ -229,25 +218,11 @@ int CPositionFile::fSave(CColumnLogger& l_clLogger, bool l_bForce) {
              l_stRecord.m_lOffSet);
     l_strText += l_strNumbers + fEscape(l_stRecord.m_strName) + "\t" + fEscape(l_stRecord.m_strFile) + "\n";
   }
-  // Temporary file, synced, renamed over the old one, then the directory synced.
-  const std::string l_strTemp = m_strPath + ".tmp";
-  const int l_nFd = fgOpen(l_strTemp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  bool l_bOk = l_nFd >= 0 && fWriteAll(l_nFd, l_strText) && fsync(l_nFd) == 0;
-  int l_nErrno = errno;
-  if (l_nFd >= 0 && close(l_nFd) != 0 && l_bOk) l_bOk = false, l_nErrno = errno;
-  if (l_bOk && rename(l_strTemp.c_str(), m_strPath.c_str()) != 0) l_bOk = false, l_nErrno = errno;
-  if (!l_bOk) {
-    unlink(l_strTemp.c_str());
-    if (!m_bFailing) fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, l_nErrno, "%s position file not saved", m_strPath.c_str());
+  // Synced before and after the rename: the positions survive a crash.
+  if (fgReplaceFile(m_strPath.c_str(), l_strText.data(), l_strText.size(), 0644, true) != RESULT_OK) {
+    if (!m_bFailing) fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, errno, "%s position file not saved", m_strPath.c_str());
     m_bFailing = true;
     return RESULT_FAIL;
-  }
-  const size_t l_nSlash = m_strPath.rfind('/');
-  const std::string l_strDir = l_nSlash == std::string::npos ? "." : (l_nSlash == 0 ? "/" : m_strPath.substr(0, l_nSlash));
-  const int l_nDir = fgOpen(l_strDir.c_str(), O_RDONLY | O_DIRECTORY, 0);
-  if (l_nDir >= 0) {
-    fsync(l_nDir);
-    close(l_nDir);
   }
   if (m_bFailing) fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "%s position file saved again", m_strPath.c_str());
   m_bFailing = false;

@@ -37,3 +37,11 @@ int fgShellWord(const char* l_pstrText);
 // open() with O_CLOEXEC added, retried on EINTR. Returns the descriptor or -1
 // with errno kept from the failing call.
 int fgOpen(const char* path, int flags, int mode);
+
+// Replaces the file `path` with `size` bytes of `text` atomically: a
+// temporary file "<path>.tmp" beside it is written whole with mode `mode`
+// (set explicitly, whatever the umask), then renamed over `path`. With
+// `sync`, the temporary file is synced before the rename and the directory
+// after it, so the new content survives a crash. 1 done; -1 failed, with
+// errno from the failing call and the temporary file removed.
+int fgReplaceFile(const char* path, const char* text, size_t size, int mode, bool sync);

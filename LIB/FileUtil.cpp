@@ -2,7 +2,9 @@
 // text check of the common library (declared in CommonFunc.h).
 #include <dirent.h>
 #include <fnmatch.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cerrno>
@@ -99,4 +101,33 @@ int fgIPCheck(char* l_pstrIP) {
   // dot; if a fourth part ended at a dot and was rejected, that dot is now a
   // NUL, which cannot turn a rejected part into an accepted one.
   return fIPPartOk(l_pstrPart);
+}
+
+int fgReplaceFile(const char* path, const char* text, size_t size, int mode, bool sync) {
+  const std::string l_strTemp = std::string(path) + ".tmp";
+  const int l_nFd = fgOpen(l_strTemp.c_str(), O_WRONLY | O_CREAT | O_TRUNC, mode);
+  if (l_nFd < 0) return RESULT_FAIL;
+  bool l_bOk = fchmod(l_nFd, static_cast<mode_t>(mode)) == 0;
+  for (size_t l_nDone = 0; l_bOk && l_nDone < size;) {
+    const ssize_t l_nWritten = write(l_nFd, text + l_nDone, size - l_nDone);
+    if (l_nWritten < 0 && errno == EINTR) continue;
+    l_bOk = l_nWritten > 0;
+    if (l_bOk) l_nDone += static_cast<size_t>(l_nWritten);
+  }
+  l_bOk = l_bOk && (!sync || fsync(l_nFd) == 0);
+  int l_nErrno = errno;
+  if (close(l_nFd) != 0 && l_bOk) l_bOk = false, l_nErrno = errno;
+  if (l_bOk && rename(l_strTemp.c_str(), path) != 0) l_bOk = false, l_nErrno = errno;
+  if (!l_bOk) {
+    unlink(l_strTemp.c_str());
+    errno = l_nErrno;
+    return RESULT_FAIL;
+  }
+  if (sync) {
+    const char* l_pstrSlash = strrchr(path, '/');
+    const std::string l_strDir = l_pstrSlash == nullptr ? "." : l_pstrSlash == path ? "/" : std::string(path, l_pstrSlash);
+    const int l_nDir = fgOpen(l_strDir.c_str(), O_RDONLY | O_DIRECTORY, 0);
+    if (l_nDir >= 0) fsync(l_nDir), close(l_nDir);
+  }
+  return RESULT_OK;
 }
