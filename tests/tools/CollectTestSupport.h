@@ -34,27 +34,25 @@ inline Fields ParseSd(const std::string& message) {
   Fields fields;
   size_t at = message.find(" [columnlogs@32473");
   if (at == std::string::npos) return {{"!", "no element"}};
+  const auto unescape = [&](std::string* out) {  // the byte at `at` onto `out`, `at` on its last byte
+    if (message[at] != '\\') *out += message[at];
+    else if (message[++at] != 'x') *out += message[at];
+    else *out += static_cast<char>(std::stoi(message.substr(at + 1, 2), nullptr, 16)), at += 2;
+  };
   at += 18;
   while (at < message.size() && message[at] == ' ') {
     const size_t eq = message.find("=\"", at);
     std::string name = message.substr(at + 1, eq - at - 1), value;
     for (at = eq + 2; at < message.size() && message[at] != '"'; ++at) {
       if (message[at] == ']') return {{"!", "bare ]"}};
-      if (message[at] != '\\') { value += message[at]; continue; }
-      const char e = message[++at];
-      if (e == 'x') value += static_cast<char>(std::stoi(message.substr(at + 1, 2), nullptr, 16)), at += 2;
-      else value += e;
+      unescape(&value);
     }
     fields[name] = value;
     ++at;
   }
   if (message.compare(at, 2, "] ") != 0 && message.compare(at, 2, "]|") != 0) return {{"!", "element not closed"}};
   std::string msg;  // the same escapes, and a backslash doubled
-  for (size_t m = at + 2; m < message.size(); ++m) {
-    if (message[m] != '\\') { msg += message[m]; continue; }
-    if (message[++m] == 'x') msg += static_cast<char>(std::stoi(message.substr(m + 1, 2), nullptr, 16)), m += 2;
-    else msg += message[m];
-  }
+  for (at += 2; at < message.size(); ++at) unescape(&msg);
   fields["MSG"] = msg;
   return fields;
 }
