@@ -73,13 +73,9 @@ class TcpPeer {
     m_port = ntohs(addr.sin_port);
     m_thread = std::thread([this] { Serve(); });
   }
-  ~TcpPeer() { Stop(); }
+  ~TcpPeer() { m_stop = true, m_thread.join(); }  // closes the listener and every connection, as a peer that goes away
   int Port() const { return m_port; }
   std::string Received() { std::lock_guard<std::mutex> lock(m_mutex); return m_data; }
-  void Stop() {  // closes the listener and every connection, as a peer that goes away
-    m_stop = true;
-    if (m_thread.joinable()) m_thread.join();
-  }
 
  private:
   void Serve() {
