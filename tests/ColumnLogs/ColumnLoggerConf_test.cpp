@@ -173,17 +173,12 @@ TEST(ColumnLoggerConf, RuleThatCannotBeStoredRollsTheEntryBack) {
     SCOPED_TRACE(c.err);
     WatchEntry bad = Entry(2);
     bad.number = "1{~}1{~}5{~}1{~}{~}{|}2{~}1{~}5{~}1{~}{~}", bad.text = "3{~}1{~}A{~}1", bad.date = "4{~}hh:mm:ss";
-    TempDir dir;
-    ASSERT_TRUE(WriteFile(dir.file("agent.conf"), "OUTPUT_PATH=/tmp/out/\nLINE_WAIT_CNT=1\n" + EntryLines(Entry(1)) +
-                                                      EntryLines(bad) + EntryLines(Entry(3))));
-    std::string conf = dir.file("agent.conf");
-    CColumnLogger logger;
-    ASSERT_EQ(logger.fSetConfManager(&conf[0]), 1);
     g_failSize = c.size, g_failSkip = c.skip;
-    const std::string err = StderrOf([&] { EXPECT_EQ(logger.fLoadConfInfo(), 1); });
+    Loaded loaded(EntryLines(Entry(1)) + EntryLines(bad) + EntryLines(Entry(3)));
     EXPECT_EQ(g_failSize, 0u) << "the allocation was made and failed";
     g_failSize = 0;
-    EXPECT_EQ(err, c.err);
+    EXPECT_EQ(std::make_pair(loaded.m_result, loaded.m_err), std::make_pair(1, std::string(c.err)));
+    CColumnLogger& logger = loaded.m_logger;
     EXPECT_EQ(logger.m_pclLogFileList->fGetNode(2), nullptr);
     EXPECT_EQ(logger.m_pclNumPatternList->fGetNode(2), nullptr);
     EXPECT_EQ(logger.m_pclCharPatternList->fGetNode(2), nullptr);

@@ -100,13 +100,8 @@ TEST(DeferEvents, ShortWriteOnAFullDisk) {
     ASSERT_TRUE(AppendFile(log, Firing(56, 56)));
     ASSERT_TRUE(agent.WaitForEvents(defer ? 56 : before.size() + 1));
     ASSERT_TRUE(agent.WaitForCycles(1));
-    const std::vector<int> after = Seqs(agent.Events());
-    if (defer) {
-      EXPECT_EQ(after, Range(1, 56));
-    } else {
-      std::vector<int> expected = before;
-      expected.push_back(56);
-      EXPECT_EQ(after, expected);
-    }
+    std::vector<int> expected = defer ? Range(1, 56) : before;
+    if (!defer) expected.push_back(56);
+    EXPECT_EQ(Seqs(agent.Events()), expected);
   }
 }

@@ -34,27 +34,25 @@ inline Fields ParseSd(const std::string& message) {
   Fields fields;
   size_t at = message.find(" [columnlogs@32473");
   if (at == std::string::npos) return {{"!", "no element"}};
+  const auto unescape = [&](std::string* out) {  // the byte at `at` onto `out`, `at` on its last byte
+    if (message[at] != '\\') *out += message[at];
+    else if (message[++at] != 'x') *out += message[at];
+    else *out += static_cast<char>(std::stoi(message.substr(at + 1, 2), nullptr, 16)), at += 2;
+  };
   at += 18;
   while (at < message.size() && message[at] == ' ') {
     const size_t eq = message.find("=\"", at);
     std::string name = message.substr(at + 1, eq - at - 1), value;
     for (at = eq + 2; at < message.size() && message[at] != '"'; ++at) {
       if (message[at] == ']') return {{"!", "bare ]"}};
-      if (message[at] != '\\') { value += message[at]; continue; }
-      const char e = message[++at];
-      if (e == 'x') value += static_cast<char>(std::stoi(message.substr(at + 1, 2), nullptr, 16)), at += 2;
-      else value += e;
+      unescape(&value);
     }
     fields[name] = value;
     ++at;
   }
   if (message.compare(at, 2, "] ") != 0 && message.compare(at, 2, "]|") != 0) return {{"!", "element not closed"}};
   std::string msg;  // the same escapes, and a backslash doubled
-  for (size_t m = at + 2; m < message.size(); ++m) {
-    if (message[m] != '\\') { msg += message[m]; continue; }
-    if (message[++m] == 'x') msg += static_cast<char>(std::stoi(message.substr(m + 1, 2), nullptr, 16)), m += 2;
-    else msg += message[m];
-  }
+  for (at += 2; at < message.size(); ++at) unescape(&msg);
   fields["MSG"] = msg;
   return fields;
 }
@@ -75,13 +73,9 @@ class TcpPeer {
     m_port = ntohs(addr.sin_port);
     m_thread = std::thread([this] { Serve(); });
   }
-  ~TcpPeer() { Stop(); }
+  ~TcpPeer() { m_stop = true, m_thread.join(); }  // closes the listener and every connection, as a peer that goes away
   int Port() const { return m_port; }
   std::string Received() { std::lock_guard<std::mutex> lock(m_mutex); return m_data; }
-  void Stop() {  // closes the listener and every connection, as a peer that goes away
-    m_stop = true;
-    if (m_thread.joinable()) m_thread.join();
-  }
 
  private:
   void Serve() {
