@@ -90,12 +90,6 @@ void fSyslogAppend(std::string* l_pstrOut, const std::string& l_strText, const c
   }
 }
 
-std::string fSyslogEscape(const std::string& l_strText, const char* l_pstrSpecial, size_t l_nMax, bool* l_pbCut) {
-  std::string l_strOut;
-  fSyslogAppend(&l_strOut, l_strText, l_pstrSpecial, l_nMax, l_pbCut);
-  return l_strOut;
-}
-
 void fJsonAppend(std::string* l_pstrOut, const std::string& l_strText, bool* l_pbReplaced);
 
 void fJsonField(std::string* l_pstrOut, const char* l_pstrKey, const std::string& l_strValue, bool* l_pbReplaced) {
@@ -241,14 +235,6 @@ void fJsonAppend(std::string* l_pstrOut, const std::string& l_strText, bool* l_p
 }
 
 }  // namespace
-
-std::string fgSdParamText(const std::string& l_strText, size_t l_nMax, bool* l_pbCut) {
-  return fSyslogEscape(l_strText, "\"\\]", l_nMax, l_pbCut);
-}
-
-std::string fgSyslogMsgText(const std::string& l_strText, size_t l_nMax, bool* l_pbCut) {
-  return fSyslogEscape(l_strText, "\\", l_nMax, l_pbCut);
-}
 
 std::string fgBase64(const std::string& l_strBytes) {
   static const char ALPHABET[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";

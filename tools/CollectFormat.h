@@ -57,11 +57,7 @@ std::string fgFormatJsonEvent(const ST_COLLECT_EVENT& l_stEvent, const ST_COLLEC
 std::string fgFormatSyslogEvent(const ST_COLLECT_EVENT& l_stEvent, const ST_COLLECT_ORIGIN& l_stOrigin,
                                 size_t l_nMaxLen);
 
-// The escapes above, for tests and for the check tool's examples. `l_nMax`
-// bounds the output (whole escapes only); *l_pbCut (may be null) tells
-// whether text was left out; fgJsonText returns the quoted string and sets
-// *l_pbReplaced (may be null) when it replaced bytes that were not UTF-8.
+// The JSON escape above: the quoted string; *l_pbReplaced (may be null) is
+// set when bytes that were not UTF-8 were replaced.
 std::string fgJsonText(const std::string& l_strText, bool* l_pbReplaced);
-std::string fgSdParamText(const std::string& l_strText, size_t l_nMax, bool* l_pbCut);
-std::string fgSyslogMsgText(const std::string& l_strText, size_t l_nMax, bool* l_pbCut);
 std::string fgBase64(const std::string& l_strBytes);
