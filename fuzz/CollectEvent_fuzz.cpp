@@ -35,7 +35,7 @@ std::string Reformatted(const ST_COLLECT_EVENT& e) {
   long len = 0;
   const char* text = nullptr;
   if (e.m_nKind == EVENT_KIND_RATE) {
-    const std::string dates = e.m_strDates.empty() ? "" : e.m_strDates + " ";
+    const std::string dates = e.m_bDated ? e.m_strDates + " " : "";
     text = fgFormatFull(buf, sizeof(buf), heap, &len, [&](char* b, size_t n) {
       return fgFormatLineRateEvent(b, n, e.m_nEntry, e.m_nLevel, dates.c_str(), std::stoi(e.m_strValue),
                                    std::stoi(e.m_strThreshold));

@@ -133,7 +133,8 @@ bool fParseRate(const std::string& l_strRaw, size_t l_nAt, ST_COLLECT_EVENT* l_p
   l_pstEvent->m_strThreshold = std::to_string(l_nThreshold);
   // The date text is empty or ends with the blank that follows each date column.
   l_pstEvent->m_strDates = l_strRaw.substr(l_nAt, l_nMark - l_nAt);
-  if (l_pstEvent->m_strDates.empty()) return true;
+  l_pstEvent->m_bDated = !l_pstEvent->m_strDates.empty();
+  if (!l_pstEvent->m_bDated) return true;
   if (l_pstEvent->m_strDates.back() != ' ') return false;
   l_pstEvent->m_strDates.pop_back();
   return true;

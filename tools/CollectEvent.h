@@ -43,6 +43,7 @@ struct ST_COLLECT_EVENT {
   std::string m_strThreshold;  // numeric and rate: the threshold as printed; text: the rule's text
   std::string m_strLine;       // rule events: the whole log line (without its line end)
   std::string m_strDates;      // rate: the date text of the last line of the second (trailing blank removed)
+  bool m_bDated = false;       // rate: the line had date text (an empty date column gives "" with it)
   std::string m_strRaw;        // the event line as read, without its line end
 };
 
