@@ -130,10 +130,6 @@ CAgentStatus::CAgentStatus(const char* l_pstrPath, time_t l_tStart) : m_strPath(
   }
 }
 
-std::string CAgentStatus::fRender(CColumnLogger& l_clLogger, time_t l_tNow) {
-  return fFormat(fRows(l_clLogger, l_tNow), l_tNow);
-}
-
 std::vector<CAgentStatus::ST_ROW> CAgentStatus::fRows(CColumnLogger& l_clLogger, time_t l_tNow) {
   std::vector<ST_ROW> l_vstRows;
   // By entry number, which is registry order, without the registry's cursor.

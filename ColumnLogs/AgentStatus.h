@@ -82,11 +82,7 @@ class CAgentStatus {
   // `l_bWhole`: write the whole file whatever changed (the last write at a stop).
   int fWrite(CColumnLogger& l_clLogger, time_t l_tNow, bool l_bWhole = false);
 
-  // The file's text for `l_clLogger` at `l_tNow`, without writing it (the
-  // tests read it). Updates the per-interval figures as fWrite does.
-  std::string fRender(CColumnLogger& l_clLogger, time_t l_tNow);
 
-  const std::string& fPath() const { return m_strPath; }
 
  private:
   // Snapshots of the last minute for "events in the last minute" and the
