@@ -165,7 +165,13 @@ class CColumnLogger {
   int fRegisterCharRules(int l_nIndx, char* l_pstrValue);
   int fRegisterDateRules(int l_nIndx, char* l_pstrValue);
 
+  // FOLLOW_ROTATION reads a held file with a turn of its own.
+  friend class CLogFollower;
   // Pieces of one watched log's turn in a gather cycle.
+  // One turn on a stream positioned where reading resumes: reads to its end
+  // (or where deferral stops it), evaluates, saves the offset of the log and
+  // of the entries that share its file, and closes the stream.
+  void fTurnOnStream(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd, char* l_pstrOpenName);
   int fOpenForTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_ppstFd, char* l_pstrOpenName);
   void fSetDelimitors(ST_LOGFILE_INFO* l_pstLogFileInfo);
   void fReadTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd, char* l_pstrOpenName, long* l_plPieces,

@@ -16,6 +16,7 @@
 #include "ConfVocabulary.h"
 #include "Holders.h"
 #include "LogFileName.h"
+#include "LogFollower.h"
 #include "OmniLog.h"
 
 namespace {
@@ -281,10 +282,17 @@ int CColumnLogger::fOpenForTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_ppst
       const int l_nErr = errno;
       fMarkFirstLook(l_pstLogFileInfo);
       fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, l_nErr, "%s log file open fail", l_pstrOpenName);
+      if (g_pclLogFollower != nullptr) g_pclLogFollower->fOnOpenFailed(*this, l_pstLogFileInfo);
       return -1;
     }
   } else if (fLogFileOpen(l_pstrOpenName, l_ppstFd) != 1) {
     fMarkFirstLook(l_pstLogFileInfo);
+    if (g_pclLogFollower != nullptr) g_pclLogFollower->fOnOpenFailed(*this, l_pstLogFileInfo);
+    return -1;
+  }
+  if (g_pclLogFollower != nullptr && g_pclLogFollower->fOnOpen(*this, l_pstLogFileInfo, *l_ppstFd, l_pstrOpenName) != 1) {
+    fclose(*l_ppstFd);
+    *l_ppstFd = nullptr;
     return -1;
   }
 

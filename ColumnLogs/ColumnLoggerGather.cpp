@@ -229,6 +229,23 @@ void CColumnLogger::fSaveGroupOffset(ST_LOGFILE_INFO* l_pstLogFileInfo, long l_l
   }
 }
 
+void CColumnLogger::fTurnOnStream(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd, char* l_pstrOpenName) {
+  l_pstLogFileInfo->m_lLastGatherTime = static_cast<long>(time(nullptr));
+  memset(fgCurrentLine(), 0, static_cast<size_t>(m_clCycleBuffers.fLen()) + 1);
+  m_clCycleBuffers.fSetLen(0);
+  fSetDelimitors(l_pstLogFileInfo);
+
+  long l_lPieces = 0;
+  long l_lUnfinished = 0;
+  fUseRulePlans(true);
+  fReadTurn(l_pstLogFileInfo, l_pstFd, l_pstrOpenName, &l_lPieces, &l_lUnfinished);
+  fUseRulePlans(false);
+  fSaveGroupOffset(l_pstLogFileInfo, ftell(l_pstFd) - l_lUnfinished);
+  fclose(l_pstFd);
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "log count = %d, fault count = %d", static_cast<int>(l_lPieces),
+              m_nFaultSendIncrease);
+}
+
 int CColumnLogger::fLogGather() {
   m_nSeqID = 0;
   fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LogGather start");
@@ -269,20 +286,7 @@ int CColumnLogger::fLogGather() {
       l_pstLogFileInfo->m_nGatherFlag = 1;
       continue;
     }
-    l_pstLogFileInfo->m_lLastGatherTime = static_cast<long>(time(nullptr));
-    memset(fgCurrentLine(), 0, static_cast<size_t>(m_clCycleBuffers.fLen()) + 1);
-    m_clCycleBuffers.fSetLen(0);
-    fSetDelimitors(l_pstLogFileInfo);
-
-    long l_lPieces = 0;
-    long l_lUnfinished = 0;
-    fUseRulePlans(true);
-    fReadTurn(l_pstLogFileInfo, l_pstFd, l_strOpenName, &l_lPieces, &l_lUnfinished);
-    fUseRulePlans(false);
-    fSaveGroupOffset(l_pstLogFileInfo, ftell(l_pstFd) - l_lUnfinished);
-    fclose(l_pstFd);
-    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "log count = %d, fault count = %d", static_cast<int>(l_lPieces),
-                m_nFaultSendIncrease);
+    fTurnOnStream(l_pstLogFileInfo, l_pstFd, l_strOpenName);
   }
 
   fFlushEvents();

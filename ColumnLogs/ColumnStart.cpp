@@ -16,6 +16,7 @@
 #include "CommonFunc.h"
 #include "ConfVocabulary.h"
 #include "DeferEvents.h"
+#include "LogFollower.h"
 #include "PositionFile.h"
 #include "OmniLog.h"
 
@@ -44,8 +45,9 @@ void fRefreshHeartbeat() {
   if (l_nFd >= 0) close(l_nFd);
 }
 
-// Set by SIGTERM and SIGINT while a status or position file is kept: the
-// main loop finishes the running cycle, writes them one last time and ends.
+// Set by SIGTERM and SIGINT while a status or position file is kept or logs
+// are followed: the main loop finishes the running cycle, writes them one
+// last time and ends.
 // Without those keys the signals keep their default action.
 volatile sig_atomic_t g_nStopRequested = 0;
 void fOnStopSignal(int) { g_nStopRequested = 1; }
@@ -113,10 +115,17 @@ int main(int argc, char** argv) {
   const char* const l_pstrPositionPath = fOptionalPath(l_pclConf, KEY_POSITION_FILE);
   std::unique_ptr<CAgentStatus> l_pclStatus;
   if (l_pstrStatusPath != nullptr) l_pclStatus.reset(new (std::nothrow) CAgentStatus(l_pstrStatusPath, time(nullptr)));
+  // FOLLOW_ROTATION; the position file hands rotated files to the follower too.
+  const char* const l_pstrFollow = l_pclConf->fGetOpt(const_cast<char*>(KEY_FOLLOW_ROTATION));
+  const bool l_bFollow = l_pstrFollow != nullptr && strcmp(l_pstrFollow, FOLLOW_ROTATION_ON) == 0;
+  std::unique_ptr<CLogFollower> l_pclFollower;
+  if (l_bFollow || l_pstrPositionPath != nullptr) l_pclFollower.reset(new (std::nothrow) CLogFollower(l_bFollow));
   std::unique_ptr<CPositionFile> l_pclPositions;
-  if (l_pstrPositionPath != nullptr) l_pclPositions.reset(new (std::nothrow) CPositionFile(l_pstrPositionPath));
+  if (l_pstrPositionPath != nullptr && l_pclFollower)
+    l_pclPositions.reset(new (std::nothrow) CPositionFile(l_pstrPositionPath, *l_pclFollower));
   if (l_pclPositions) l_pclPositions->fRestore(*l_pclLogger);
-  if (l_pclStatus || l_pclPositions) fCatchStopSignals();
+  g_pclLogFollower = l_pclFollower.get();
+  if (l_pclStatus || l_pclPositions || l_bFollow) fCatchStopSignals();
   const char* l_pstrDefer = l_pclLogger->m_pclConfManager->fGetOpt(const_cast<char*>(KEY_DEFER_EVENTS));
   g_bDeferEvents = l_pstrDefer != nullptr && strcmp(l_pstrDefer, DEFER_EVENTS_ON) == 0;
   g_pclAgentStatus = l_pclStatus.get();
@@ -147,6 +156,7 @@ int main(int argc, char** argv) {
   fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "stop requested:%s%s agent ends",
               l_pclStatus ? " status file written," : "", l_pclPositions ? " positions saved," : "");
   g_pclAgentStatus = nullptr;
+  g_pclLogFollower = nullptr;
   delete g_pclOmniLog;
   g_pclOmniLog = nullptr;
   return 0;

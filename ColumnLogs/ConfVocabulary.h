@@ -63,7 +63,7 @@ constexpr bool DEFER_EVENTS_DEFAULT = false;
 // Every key of the configuration outside the LOGnn_ families.
 constexpr const char* GLOBAL_KEYS[] = {KEY_LOG_PATH,    KEY_LOG_MODE,      KEY_LOG_VALIDDAY, KEY_PRINT,
                                        KEY_OUTPUT_PATH, KEY_LINE_WAIT_CNT, KEY_STATUS_FILE, KEY_DEFER_EVENTS,
-                                       KEY_COLLECT_TO,  KEY_POSITION_FILE};
+                                       KEY_COLLECT_TO,  KEY_POSITION_FILE, KEY_FOLLOW_ROTATION};
 
 // The agent takes a configuration path of at most this many characters.
 constexpr size_t CONF_PATH_MAX = 255;

@@ -18,6 +18,7 @@
 #include "ColumnLogger.h"
 #include "CommonFunc.h"
 #include "ConfVocabulary.h"
+#include "LogFollower.h"
 #include "OmniLog.h"
 
 namespace {
@@ -65,25 +66,6 @@ bool fNumber(const std::string& l_strText, unsigned long long* l_pullOut, int l_
 
 }  // namespace
 
-bool CPositionFile::fIdentity(const std::string& l_strFile, long l_lLimit, ST_RECORD* l_pstOut) {
-  const int l_nFd = fgOpen(l_strFile.c_str(), O_RDONLY, 0);
-  if (l_nFd < 0) return false;
-  struct stat l_stStat;
-  char l_strHead[FINGERPRINT_BYTES];
-  ssize_t l_nRead = -1;
-  if (fstat(l_nFd, &l_stStat) == 0 && S_ISREG(l_stStat.st_mode)) l_nRead = read(l_nFd, l_strHead, static_cast<size_t>(std::min(l_lLimit, FINGERPRINT_BYTES)));
-  close(l_nFd);
-  if (l_nRead < 0) return false;
-  uint64_t l_ulHash = 1469598103934665603ULL;  // FNV-1a
-  for (ssize_t l_nAt = 0; l_nAt < l_nRead; ++l_nAt)
-    l_ulHash = (l_ulHash ^ static_cast<unsigned char>(l_strHead[l_nAt])) * 1099511628211ULL;
-  l_pstOut->m_stDev = l_stStat.st_dev;
-  l_pstOut->m_stIno = l_stStat.st_ino;
-  l_pstOut->m_lPrintLen = static_cast<long>(l_nRead);
-  l_pstOut->m_ulPrint = l_ulHash;
-  return true;
-}
-
 bool CPositionFile::fParse(const std::string& l_strText, std::vector<ST_RECORD>* l_pvstOut, std::string* l_pstrWhy) const {
   std::istringstream l_clIn(l_strText);
   std::string l_strLine;
@@ -111,10 +93,10 @@ bool CPositionFile::fParse(const std::string& l_strText, std::vector<ST_RECORD>*
     l_stRecord.m_nIndx = static_cast<int>(l_vullNumbers[0]);
     l_stRecord.m_nLogType = static_cast<int>(l_vullNumbers[1]);
     l_stRecord.m_nCreateType = static_cast<int>(l_vullNumbers[2]);
-    l_stRecord.m_stDev = static_cast<dev_t>(l_vullNumbers[3]);
-    l_stRecord.m_stIno = static_cast<ino_t>(l_vullNumbers[4]);
-    l_stRecord.m_lPrintLen = static_cast<long>(l_vullNumbers[5]);
-    l_stRecord.m_ulPrint = l_vullNumbers[6];
+    l_stRecord.m_stId.m_stDev = static_cast<dev_t>(l_vullNumbers[3]);
+    l_stRecord.m_stId.m_stIno = static_cast<ino_t>(l_vullNumbers[4]);
+    l_stRecord.m_stId.m_lPrintLen = static_cast<long>(l_vullNumbers[5]);
+    l_stRecord.m_stId.m_ulPrint = l_vullNumbers[6];
     l_stRecord.m_lOffSet = static_cast<long>(l_vullNumbers[7]);
     l_pvstOut->push_back(l_stRecord);
   }
@@ -138,43 +120,67 @@ void CPositionFile::fRestore(CColumnLogger& l_clLogger) {
                 m_strPath.c_str(), l_strWhy.c_str());
     return;
   }
-  for (const ST_RECORD& l_stRecord : l_vstRecords) {
-    ST_LOGFILE_INFO* l_pstLog = l_clLogger.m_pclLogFileList->fGetNode(l_stRecord.m_nIndx);
-    const char* l_pstrDrop = nullptr;
-    ST_RECORD l_stNow;
-    char l_strResolved[NAME_BUF_SIZE] = {0};
-    if (l_pstLog == nullptr) {
-      l_pstrDrop = "the entry is no longer configured";
-    } else if (l_stRecord.m_strName != l_pstLog->m_strLogFile || l_stRecord.m_nLogType != l_pstLog->m_nLogType ||
-               l_stRecord.m_nCreateType != static_cast<unsigned char>(l_pstLog->m_chCreateType)) {
-      l_pstrDrop = "its name or types changed in the configuration";
-    } else if (l_stRecord.m_strFile.empty() || l_pstLog->m_nLogType == LOG_TYPE_WHOLE_FILE) {
-      continue;  // nothing read yet, or a log read whole every cycle: no position to keep
-    } else if (l_clLogger.fLogFileNameConvert(l_pstLog->m_strLogFile, l_pstLog->m_chCreateType, l_strResolved) != 1 ||
-               (l_pstLog->m_chCreateType != CREATE_TYPE_WILDCARD && l_stRecord.m_strFile != l_strResolved)) {
-      l_pstrDrop = "the name means another file now (rotated while the agent was down; its rest is not read)";
-    } else if (!fIdentity(l_stRecord.m_strFile, l_stRecord.m_lPrintLen, &l_stNow)) {
-      l_pstrDrop = "its file is gone";
-    } else if (l_stNow.m_stDev != l_stRecord.m_stDev || l_stNow.m_stIno != l_stRecord.m_stIno) {
-      l_pstrDrop = "another file has its name now (rotated or replaced while the agent was down)";
-    } else if (l_stNow.m_lPrintLen != l_stRecord.m_lPrintLen || l_stNow.m_ulPrint != l_stRecord.m_ulPrint) {
-      l_pstrDrop = "its first bytes changed (truncated and rewritten, or a reused inode)";
-    }
-    if (l_pstrDrop != nullptr) {
-      fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LOG%02d position dropped: %s", l_stRecord.m_nIndx, l_pstrDrop);
-      continue;
-    }
-    struct stat l_stStat;
-    if (stat(l_stRecord.m_strFile.c_str(), &l_stStat) != 0) continue;
-    fgStrCopy(l_pstLog->m_strLogingFile, sizeof(l_pstLog->m_strLogingFile), l_stRecord.m_strFile.c_str());
-    // A file shorter than the offset starts again from 0, as the cycle would.
-    l_pstLog->m_lOffSet = l_stRecord.m_lOffSet <= l_stStat.st_size ? l_stRecord.m_lOffSet : 0;
-    l_pstLog->m_nFirstFlag = 1;
-    l_pstLog->m_lLogFileModifyTime = static_cast<long>(l_stStat.st_mtime);
-    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LOG%02d resumes at offset %ld of %s", l_stRecord.m_nIndx,
-                l_pstLog->m_lOffSet, l_stRecord.m_strFile.c_str());
-  }
+  for (const ST_RECORD& l_stRecord : l_vstRecords) fRestoreOne(l_clLogger, l_stRecord);
   m_vstSaved = l_vstRecords;
+}
+
+void CPositionFile::fRestoreOne(CColumnLogger& l_clLogger, const ST_RECORD& l_stRecord) {
+  ST_LOGFILE_INFO* l_pstLog = l_clLogger.m_pclLogFileList->fGetNode(l_stRecord.m_nIndx);
+  const char* l_pstrDrop = nullptr;
+  if (l_pstLog == nullptr) {
+    l_pstrDrop = "the entry is no longer configured";
+  } else if (l_stRecord.m_strName != l_pstLog->m_strLogFile || l_stRecord.m_nLogType != l_pstLog->m_nLogType ||
+             l_stRecord.m_nCreateType != static_cast<unsigned char>(l_pstLog->m_chCreateType)) {
+    l_pstrDrop = "its name or types changed in the configuration";
+  } else if (l_stRecord.m_strFile.empty() || l_pstLog->m_nLogType == LOG_TYPE_WHOLE_FILE) {
+    return;  // nothing read yet, or a log read whole every cycle: no position to keep
+  }
+  if (l_pstrDrop != nullptr) {
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LOG%02d position dropped: %s", l_stRecord.m_nIndx, l_pstrDrop);
+    return;
+  }
+  // The file read last: still under its name, renamed in its directory, or copied beside it.
+  const std::string& l_strWas = l_stRecord.m_strFile;
+  std::string l_strFound;
+  ST_FILE_ID l_stNow;
+  const bool l_bThere = fgFileIdentity(l_strWas.c_str(), l_stRecord.m_stId.m_lPrintLen, &l_stNow);
+  EN_FOUND l_enFound = FOUND_NONE;
+  if (l_bThere && l_stNow.m_stDev == l_stRecord.m_stId.m_stDev && l_stNow.m_stIno == l_stRecord.m_stId.m_stIno &&
+      l_stNow.m_ulPrint == l_stRecord.m_stId.m_ulPrint && l_stNow.m_lPrintLen == l_stRecord.m_stId.m_lPrintLen) {
+    l_enFound = FOUND_SAME_FILE;
+    l_strFound = l_strWas;
+  } else {
+    const size_t l_nSlash = l_strWas.rfind('/');
+    l_enFound = fgFindFile(l_strWas.substr(0, l_nSlash + 1), l_strWas.substr(l_nSlash + 1), l_stRecord.m_stId,
+                           l_stRecord.m_lOffSet, &l_strFound);
+  }
+  struct stat l_stStat;
+  if (l_enFound == FOUND_NONE || stat(l_strFound.c_str(), &l_stStat) != 0 ||
+      !m_rclFollower.fHandOver(l_stRecord.m_nIndx, l_strFound)) {
+    const char* l_pstrWhy = !l_bThere ? "its file is gone"
+                            : l_stNow.m_stDev != l_stRecord.m_stId.m_stDev || l_stNow.m_stIno != l_stRecord.m_stId.m_stIno
+                                ? "another file has its name now"
+                                : "its first bytes changed (truncated and rewritten, or a reused inode)";
+    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER,
+                "LOG%02d position dropped: %s, and the file read is not found under another name; the file of its "
+                "name is read from its start",
+                l_stRecord.m_nIndx, l_pstrWhy);
+    // Everything in the file the name means now was written after the last save.
+    l_pstLog->m_strLogingFile[0] = '\0';
+    l_pstLog->m_lOffSet = 0;
+    l_pstLog->m_nFirstFlag = 1;
+    return;
+  }
+  fgStrCopy(l_pstLog->m_strLogingFile, sizeof(l_pstLog->m_strLogingFile), l_strFound.c_str());
+  // A file shorter than the offset starts again from 0, as the cycle would.
+  l_pstLog->m_lOffSet = l_stRecord.m_lOffSet <= l_stStat.st_size ? l_stRecord.m_lOffSet : 0;
+  l_pstLog->m_nFirstFlag = 1;
+  l_pstLog->m_lLogFileModifyTime = static_cast<long>(l_stStat.st_mtime);
+  fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LOG%02d resumes at offset %ld of %s%s", l_stRecord.m_nIndx,
+              l_pstLog->m_lOffSet, l_strFound.c_str(),
+              l_enFound == FOUND_SAME_FILE && l_strFound == l_strWas ? ""
+              : l_enFound == FOUND_SAME_FILE                         ? " (renamed while the agent was down)"
+                                                                     : " (a copy of the file read, truncated while the agent was down)");
 }
 
 int CPositionFile::fSave(CColumnLogger& l_clLogger, bool l_bForce) {
@@ -202,7 +208,9 @@ int CPositionFile::fSave(CColumnLogger& l_clLogger, bool l_bForce) {
       l_stRecord = *l_pstOld;
     } else {
       l_bMoved = true;
-      if (!l_stRecord.m_strFile.empty() && !fIdentity(l_stRecord.m_strFile, FINGERPRINT_BYTES, &l_stRecord))
+      // A held file is the one read, whatever its name means now.
+      if (!l_stRecord.m_strFile.empty() && !m_rclFollower.fHeld(l_nIndx, &l_stRecord.m_stId, &l_stRecord.m_strFile) &&
+          !fgFileIdentity(l_stRecord.m_strFile.c_str(), FINGERPRINT_BYTES, &l_stRecord.m_stId))
         l_stRecord.m_strFile.clear();
     }
     l_vstNow.push_back(l_stRecord);
@@ -213,8 +221,8 @@ int CPositionFile::fSave(CColumnLogger& l_clLogger, bool l_bForce) {
   for (const ST_RECORD& l_stRecord : l_vstNow) {
     char l_strNumbers[160];
     snprintf(l_strNumbers, sizeof(l_strNumbers), "%d\t%d\t%d\t%llu\t%llu\t%ld\t%" PRIx64 "\t%ld\t", l_stRecord.m_nIndx,
-             l_stRecord.m_nLogType, l_stRecord.m_nCreateType, static_cast<unsigned long long>(l_stRecord.m_stDev),
-             static_cast<unsigned long long>(l_stRecord.m_stIno), l_stRecord.m_lPrintLen, l_stRecord.m_ulPrint,
+             l_stRecord.m_nLogType, l_stRecord.m_nCreateType, static_cast<unsigned long long>(l_stRecord.m_stId.m_stDev),
+             static_cast<unsigned long long>(l_stRecord.m_stId.m_stIno), l_stRecord.m_stId.m_lPrintLen, l_stRecord.m_stId.m_ulPrint,
              l_stRecord.m_lOffSet);
     l_strText += l_strNumbers + fEscape(l_stRecord.m_strName) + "\t" + fEscape(l_stRecord.m_strFile) + "\n";
   }

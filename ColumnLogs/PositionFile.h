@@ -16,10 +16,14 @@
 // its first look. A missing, unreadable or malformed position file gives one
 // record and the first look for every entry: never a refusal to start.
 //
-// Not handled: a file rotated while the agent was down (renamed, or a dated
-// or wildcard name that moved on) is not looked for under its new name; its
-// record is dropped and the lines appended to it after the last cycle are not
-// read. Single-threaded, like the gather cycle.
+// A file rotated while the agent was down is looked for by its identity: under
+// its old name (a dated or wildcard name that moved on), under another name in
+// its directory (renamed), or as a copy beside it (copytruncate). Found, it is
+// handed to the follower (LogFollower.h), which reads it to its end at the
+// first turn before the file the name means now is read from its start. Not
+// found, the record is dropped and the file the name means now is read from its
+// start: everything in it was written after the last save.
+// Single-threaded, like the gather cycle.
 #pragma once
 
 #include <sys/types.h>
@@ -29,12 +33,15 @@
 #include <vector>
 
 #include "CommonConst.h"
+#include "FileIdentity.h"
 
 class CColumnLogger;
+class CLogFollower;
 
 class CPositionFile {
  public:
-  explicit CPositionFile(const char* l_pstrPath) : m_strPath(l_pstrPath) {}
+  // `l_rclFollower` takes the files found under another name at start-up.
+  CPositionFile(const char* l_pstrPath, CLogFollower& l_rclFollower) : m_strPath(l_pstrPath), m_rclFollower(l_rclFollower) {}
 
   // Before the first cycle: reads the file and positions every entry whose
   // record still fits (see above), with one diagnostic record per entry.
@@ -45,9 +52,6 @@ class CPositionFile {
   // failed, with one diagnostic record per change from saved to failed and back.
   int fSave(CColumnLogger& l_clLogger, bool l_bForce = false);
 
-  // The bytes hashed for a file's identity: its first ones, up to this many.
-  static constexpr long FINGERPRINT_BYTES = 256;
-
  private:
   struct ST_RECORD {
     int m_nIndx = 0;
@@ -55,19 +59,17 @@ class CPositionFile {
     int m_nCreateType = 0;
     std::string m_strName;  // the configured name
     std::string m_strFile;  // the file it resolved to (empty: none read yet)
-    dev_t m_stDev = 0;
-    ino_t m_stIno = 0;
-    long m_lPrintLen = 0;        // bytes hashed
-    uint64_t m_ulPrint = 0;      // their hash
-    long m_lOffSet = 0;          // bytes up to the end of the last complete line read
+    ST_FILE_ID m_stId;      // that file's identity
+    long m_lOffSet = 0;     // bytes up to the end of the last complete line read
   };
   // Parses the file; false (with the reason) when it is malformed.
   bool fParse(const std::string& l_strText, std::vector<ST_RECORD>* l_pvstOut, std::string* l_pstrWhy) const;
-  // Device, inode and the hash of the first bytes of `l_strFile` (at most
-  // `l_lLimit`, and at most FINGERPRINT_BYTES); false when it cannot be read.
-  static bool fIdentity(const std::string& l_strFile, long l_lLimit, ST_RECORD* l_pstOut);
+  // Positions the entry of one record; a record that no longer fits gets the
+  // reason it was dropped.
+  void fRestoreOne(CColumnLogger& l_clLogger, const ST_RECORD& l_stRecord);
 
   std::string m_strPath;
+  CLogFollower& m_rclFollower;
   std::vector<ST_RECORD> m_vstSaved;  // what the file holds now
   bool m_bFailing = false;
 };

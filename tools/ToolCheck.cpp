@@ -27,6 +27,7 @@
 #include "CommonFunc.h"
 #include "ConfVocabulary.h"
 #include "DeferEvents.h"
+#include "LogFollower.h"
 #include "EventFormat.h"
 #include "Notation.h"
 
@@ -278,18 +279,36 @@ void fCheckOptionalFiles(CConfManager* l_pclStore, Report& l_clReport) {
   }
 }
 
-// DEFER_EVENTS: "1" turns deferral on; anything else leaves it off.
-void fCheckDeferEvents(CConfManager* l_pclStore, Report& l_clReport) {
-  const char* l_pstrValue = fGetOpt(l_pclStore, KEY_DEFER_EVENTS);
-  if (l_pstrValue != nullptr && strcmp(l_pstrValue, DEFER_EVENTS_ON) == 0) {
-    l_clReport.Line("DEFER_EVENTS  \"1\"  (lines past the 100-event ceiling of a turn, and lines whose events cannot be "
-                    "written, wait for the next cycle)");
-    return;
+// DEFER_EVENTS and FOLLOW_ROTATION: "1" turns them on; anything else leaves them off.
+struct ST_SWITCH {
+  const char* m_pstrKey;
+  const char* m_pstrOn;   // the value that turns it on
+  const char* m_pstrWith;  // what the agent does with it
+  const char* m_pstrWithout;
+  const char* m_pstrWhat;  // the capability, in the warning for another value
+};
+const ST_SWITCH SWITCHES[] = {
+    {KEY_DEFER_EVENTS, DEFER_EVENTS_ON,
+     "lines past the 100-event ceiling of a turn, and lines whose events cannot be written, wait for the next cycle",
+     "lines past the 100-event ceiling of a turn are passed over; events that cannot be written are dropped",
+     "deferral"},
+    {KEY_FOLLOW_ROTATION, FOLLOW_ROTATION_ON,
+     "a log's file is held until it is read to its end: after a rename, copytruncate, a new dated or wildcard file "
+     "or a deletion, the rest of the previous file is read first, then the new file from its start",
+     "a log's file is the one its name means at each cycle: lines appended to a rotated file after the last cycle "
+     "are not read",
+     "following"},
+};
+
+void fCheckSwitches(CConfManager* l_pclStore, Report& l_clReport) {
+  for (const ST_SWITCH& l_stSwitch : SWITCHES) {
+    const char* l_pstrValue = fGetOpt(l_pclStore, l_stSwitch.m_pstrKey);
+    const bool l_bOn = l_pstrValue != nullptr && strcmp(l_pstrValue, l_stSwitch.m_pstrOn) == 0;
+    l_clReport.Line("%-13s %s  (%s)", l_stSwitch.m_pstrKey, l_pstrValue == nullptr ? "not set" : fQuote(l_pstrValue).c_str(),
+                    l_bOn ? l_stSwitch.m_pstrWith : l_stSwitch.m_pstrWithout);
+    if (l_pstrValue != nullptr && !l_bOn)
+      l_clReport.Warning("%s is not \"%s\": %s stays off", l_stSwitch.m_pstrKey, l_stSwitch.m_pstrOn, l_stSwitch.m_pstrWhat);
   }
-  l_clReport.Line("DEFER_EVENTS  %s  (lines past the 100-event ceiling of a turn are passed over; events that cannot be "
-                  "written are dropped)",
-                  l_pstrValue == nullptr ? "not set" : fQuote(l_pstrValue).c_str());
-  if (l_pstrValue != nullptr) l_clReport.Warning("DEFER_EVENTS is not \"1\": deferral stays off");
 }
 
 const char* fLogTypeText(int l_nLogType) {
@@ -688,7 +707,7 @@ int fgToolCheck(int argc, char** argv) {
   fCheckLogging(l_clLogger.m_pclConfManager, l_clReport);
   fCheckOutput(l_clLogger, l_stLoad, l_clReport);
   fCheckOptionalFiles(l_clLogger.m_pclConfManager, l_clReport);
-  fCheckDeferEvents(l_clLogger.m_pclConfManager, l_clReport);
+  fCheckSwitches(l_clLogger.m_pclConfManager, l_clReport);
   fCheckCollectTo(l_clLogger.m_pclConfManager, l_clReport);
 
   int l_nSkipped = 0;

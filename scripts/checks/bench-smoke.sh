@@ -25,8 +25,9 @@ DURATION=2 LINES=20000 FLAT_MAX=100000 BUILD=$build SKIP_BUILD=1 bench/e2e.sh
 AGENT=$build/bin/bench_floor PHASES=f DURATION=2 BUILD=$build SKIP_BUILD=1 bench/e2e.sh
 # The collector bench, every phase in its short form (about 15 s).
 EVENTS=20000 IDLE=2 SOAK=5 BUILD=$build SKIP_BUILD=1 bench/collect.sh
-# Restarts with read positions on disk lose no line (short form; repeats are
-# allowed after a SIGKILL, from the cycle in flight).
-loss=$(DURATION=12 AGENT=$build/bin/ColumnLogs bash bench/restart-loss.sh)
+# Restarts and rotations lose no line with the read positions on disk and
+# logs followed by identity (short form; repeats are allowed after a SIGKILL,
+# from the cycle in flight).
+loss=$(DURATION=20 ONLY=keys AGENT=$build/bin/ColumnLogs bash bench/restart-loss.sh)
 echo "$loss"
-grep -qE "POSITION_FILE: [0-9]+ lines, 0 missing" <<<"$loss" || { echo "bench-smoke: lines lost across restarts with POSITION_FILE" >&2; exit 1; }
+[ "$(grep -cE "^  [abc]: [0-9]+ lines, 0 missing" <<<"$loss")" = 3 ] || { echo "bench-smoke: lines lost across restarts and rotations with POSITION_FILE and FOLLOW_ROTATION" >&2; exit 1; }

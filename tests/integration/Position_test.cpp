@@ -1,5 +1,9 @@
 // POSITION_FILE: a restart goes on where the last run stopped; a record that no longer fits is dropped with its
 // reason, and the entry takes its first look.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <csignal>
 
 #include "TestSupport.h"
@@ -53,7 +57,7 @@ TEST(PositionFile, RecordThatNoLongerFitsIsDroppedWithItsReason) {
        "position file not used (its first line is not"},
       {"file replaced under the name",
        [](AgentDir&, const std::string& log, auto&) {
-         ASSERT_TRUE(WriteFile(log + ".new", "a,0,10\na,0,11\n"));
+         ASSERT_TRUE(WriteFile(log + ".new", "b,0,10\nb,0,11\n"));
          ASSERT_EQ(rename((log + ".new").c_str(), log.c_str()), 0);
        },
        "LOG01 position dropped: another file has its name now"},
@@ -80,5 +84,60 @@ TEST(PositionFile, RecordThatNoLongerFitsIsDroppedWithItsReason) {
     ASSERT_TRUE(agent.WaitForCycles(1));
     ASSERT_TRUE(AppendFile(log, Line(4) + "\n"));  // the first look done, the entry reads on
     EXPECT_NE(agent.SettledEvents(1).find(CpuEvent(1, Line(4))), std::string::npos);
+  }
+}
+
+// A rotation between two cycles (FOLLOW_ROTATION) or while the agent is down (POSITION_FILE): line 2 is appended
+// to the file before it rotates, line 3 to the file the name means afterwards; neither is lost or read twice.
+TEST(FollowRotation, FileReadBeforeTheRotationIsReadToItsEndFirst) {
+  using Rotate = std::function<void(const std::string& dir)>;  // dir: the logs directory, with a slash
+  const Rotate rename_rotation = [](const std::string& dir) {
+    ASSERT_TRUE(AppendFile(dir + "app.log", Line(2) + "\n"));
+    ASSERT_EQ(rename((dir + "app.log").c_str(), (dir + "app.log.1").c_str()), 0);
+    ASSERT_TRUE(WriteFile(dir + "app.log", Line(3) + "\n"));
+  };
+  const Rotate copytruncate = [](const std::string& dir) {
+    ASSERT_TRUE(AppendFile(dir + "app.log", Line(2) + "\n"));
+    ASSERT_TRUE(WriteFile(dir + "app.log.1", ReadFile(dir + "app.log")));
+    ASSERT_EQ(truncate((dir + "app.log").c_str(), 0), 0);
+    ASSERT_TRUE(AppendFile(dir + "app.log", Line(3) + "\n"));
+  };
+  const struct { const char* name; const char* file; int checkType; bool restart; Rotate rotate; } cases[] = {
+      {"rename and create", "app.log", 1, false, rename_rotation},
+      {"copytruncate", "app.log", 1, false, copytruncate},
+      {"a newer wildcard match", "app*.log", 0, false,
+       [](const std::string& dir) {
+         ASSERT_TRUE(AppendFile(dir + "app.log", Line(2) + "\n"));
+         const struct timespec past[2] = {{time(nullptr) - 60, 0}, {time(nullptr) - 60, 0}};
+         ASSERT_EQ(utimensat(AT_FDCWD, (dir + "app.log").c_str(), past, 0), 0);
+         ASSERT_TRUE(WriteFile(dir + "app2.log", Line(3) + "\n"));
+       }},
+      {"deleted, then created again", "app.log", 1, false,
+       [](const std::string& dir) {
+         ASSERT_TRUE(AppendFile(dir + "app.log", Line(2) + "\n"));
+         ASSERT_EQ(unlink((dir + "app.log").c_str()), 0);
+         usleep(2500 * 1000);  // more than a cycle without the name
+         ASSERT_TRUE(WriteFile(dir + "app.log", Line(3) + "\n"));
+       }},
+      {"renamed while the agent was down", "app.log", 1, true, rename_rotation},
+      {"copytruncate while the agent was down", "app.log", 1, true, copytruncate},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    AgentDir agent;
+    agent.AppLog("a,0,10\n");
+    const std::string dir = agent.Path("logs/");
+    const std::string keys = c.restart ? "POSITION_FILE=" + agent.Path("positions") + "\n" : "FOLLOW_ROTATION=1\n";
+    WatchEntry entry = CpuRule(1, dir + c.file, 0);
+    entry.checkType = c.checkType;
+    agent.Start({entry}, "log", "out", false, keys);
+    ASSERT_TRUE(agent.WaitForCycles(1));
+    ASSERT_TRUE(AppendFile(dir + "app.log", Line(1) + "\n"));
+    ASSERT_TRUE(agent.WaitForEvents(1));
+    ASSERT_TRUE(agent.WaitForCycles(1));
+    if (c.restart) StopWith(agent, SIGTERM);
+    ASSERT_NO_FATAL_FAILURE(c.rotate(dir));
+    if (c.restart) agent.Start({entry}, "log", "out", false, keys);
+    EXPECT_EQ(agent.SettledEvents(3), Events({1, 2, 3})) << agent.Diag();
   }
 }
