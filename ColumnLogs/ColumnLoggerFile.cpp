@@ -109,21 +109,16 @@ int CColumnLogger::fLogFileOpen(char* l_pstrLogFile, FILE** l_ppstFd) {
 
   struct stat l_stStat;
   if (lstat(l_strDir, &l_stStat) != 0) {
-    const int l_nErr = errno;
-    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[%d] %s file open fail (stat error : %s)", l_nErr, l_strDir,
-                strerror(l_nErr));
+    fgLogErrnoStep(LOG_GRADE_INFO, LOG_CODE_GATHER, errno, "stat error", "%s file open fail ", l_strDir);
     return -1;
   }
   if (!S_ISDIR(l_stStat.st_mode)) {
-    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[%d] %s file open fail(is not directory : %s)", ENOTDIR, l_strDir,
-                strerror(ENOTDIR));
+    fgLogErrnoStep(LOG_GRADE_INFO, LOG_CODE_GATHER, ENOTDIR, "is not directory", "%s file open fail", l_strDir);
     return -1;
   }
   DirHandle l_pstDir(opendir(l_strDir));
   if (!l_pstDir) {
-    const int l_nErr = errno;
-    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[%d] %s file open fail(can't open directory : %s)", l_nErr, l_strDir,
-                strerror(l_nErr));
+    fgLogErrnoStep(LOG_GRADE_INFO, LOG_CODE_GATHER, errno, "can't open directory", "%s file open fail", l_strDir);
     return -1;
   }
 
@@ -163,9 +158,8 @@ int CColumnLogger::fFilePointSeek(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_pp
   if (l_pstLogFileInfo == nullptr || l_ppstFd == nullptr || *l_ppstFd == nullptr) return -1;
   struct stat l_stStat;
   if (stat(l_pstLogFileInfo->m_strLogingFile, &l_stStat) != 0) {
-    const int l_nErr = errno;
-    fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "[%d] %s file point seek fail(stat error : %s)", l_nErr,
-                l_pstLogFileInfo->m_strLogingFile, strerror(l_nErr));
+    fgLogErrnoStep(LOG_GRADE_INFO, LOG_CODE_GATHER, errno, "stat error", "%s file point seek fail",
+                   l_pstLogFileInfo->m_strLogingFile);
     fMarkFirstLook(l_pstLogFileInfo);
     return -1;
   }

@@ -81,16 +81,37 @@ void fgLogRecord(int l_nGrade, const char* l_pstrCode, const char* l_pstrFormat,
   fWriteRecord(l_nGrade, l_pstrCode, l_pstrMsg);
 }
 
-void fgLogErrno(int l_nGrade, const char* l_pstrCode, int l_nErrno, const char* l_pstrFormat, ...) {
+namespace {
+
+// The two shapes of a failed call's record; a null step gives the plain one.
+void fLogErrnoV(int l_nGrade, const char* l_pstrCode, int l_nErrno, const char* l_pstrStep, const char* l_pstrFormat,
+                va_list l_stArgs) {
   if (g_pclOmniLog == nullptr || l_pstrFormat == nullptr) return;
   char l_strStack[512];
   std::unique_ptr<char[]> l_pstrHeap;
+  const char* l_pstrText = fFormatRecord(l_strStack, sizeof(l_strStack), l_pstrHeap, l_pstrFormat, l_stArgs);
+  if (l_pstrText == nullptr) return;
+  if (l_pstrStep == nullptr)
+    fgLogRecord(l_nGrade, l_pstrCode, "[%d] %s : %s", l_nErrno, l_pstrText, strerror(l_nErrno));
+  else
+    fgLogRecord(l_nGrade, l_pstrCode, "[%d] %s(%s : %s)", l_nErrno, l_pstrText, l_pstrStep, strerror(l_nErrno));
+}
+
+}  // namespace
+
+void fgLogErrno(int l_nGrade, const char* l_pstrCode, int l_nErrno, const char* l_pstrFormat, ...) {
   va_list l_stArgs;
   va_start(l_stArgs, l_pstrFormat);
-  const char* l_pstrText = fFormatRecord(l_strStack, sizeof(l_strStack), l_pstrHeap, l_pstrFormat, l_stArgs);
+  fLogErrnoV(l_nGrade, l_pstrCode, l_nErrno, nullptr, l_pstrFormat, l_stArgs);
   va_end(l_stArgs);
-  if (l_pstrText == nullptr) return;
-  fgLogRecord(l_nGrade, l_pstrCode, "[%d] %s : %s", l_nErrno, l_pstrText, strerror(l_nErrno));
+}
+
+void fgLogErrnoStep(int l_nGrade, const char* l_pstrCode, int l_nErrno, const char* l_pstrStep,
+                    const char* l_pstrFormat, ...) {
+  va_list l_stArgs;
+  va_start(l_stArgs, l_pstrFormat);
+  fLogErrnoV(l_nGrade, l_pstrCode, l_nErrno, l_pstrStep, l_pstrFormat, l_stArgs);
+  va_end(l_stArgs);
 }
 
 COmniLog::COmniLog(int l_nLogMode, char* l_pstrMCName, int l_nValidDay)

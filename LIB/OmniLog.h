@@ -51,6 +51,11 @@ void fgLogRecord(int l_nGrade, const char* l_pstrCode, const char* l_pstrFormat,
 // the errno it saved right after the call. Same conditions as fgLogRecord.
 void fgLogErrno(int l_nGrade, const char* l_pstrCode, int l_nErrno, const char* l_pstrFormat, ...)
     __attribute__((format(printf, 4, 5)));
+// The same with the step that failed in brackets, the shape of the records
+// of a watched log's directory and status:
+// "[<l_nErrno>] <text>(<l_pstrStep> : <strerror(l_nErrno)>)".
+void fgLogErrnoStep(int l_nGrade, const char* l_pstrCode, int l_nErrno, const char* l_pstrStep,
+                    const char* l_pstrFormat, ...) __attribute__((format(printf, 5, 6)));
 
 // The writer thread's function; `arg` is the threaded COmniLog. Returns when
 // the logger's fStopThread asks it to.

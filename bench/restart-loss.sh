@@ -9,17 +9,17 @@
 #   c-DATED.log  a dated name (DATED, default [YYYYMMDDhhmm]: a new file each
 #          minute; a run shorter than a minute starts in the last 20 seconds
 #          of one, so that the name turns over while it runs).
-# Meanwhile the agent is killed every 2 to 5 seconds (SIGKILL, every fourth
+# Meanwhile the agent is killed every 2 to 5 seconds (SIGKILL, every fifth
 # time SIGTERM) and started again a second later. Run with POSITION_FILE and
 # FOLLOW_ROTATION, then without them.
-#   DURATION (default 150), RATE (default 10), SEED (default 1), DATED,
+#   DURATION (default 200), RATE (default 10), SEED (default 1), DATED,
 #   ONLY=keys (the run with the keys only), AGENT (default build/bin/ColumnLogs)
 # Prints one line per run and log: lines written, missing, repeated.
 set -euo pipefail
 trap 'echo "restart-loss: failed (status $?) at line $LINENO: $BASH_COMMAND" >&2' ERR
 cd "$(dirname "$0")/.."
 top=$(pwd)
-duration=${DURATION:-150} rate=${RATE:-10} dated=${DATED:-[YYYYMMDDhhmm]}
+duration=${DURATION:-200} rate=${RATE:-10} dated=${DATED:-[YYYYMMDDhhmm]}
 seed=${SEED:-1}
 agent_bin=${AGENT:-build/bin/ColumnLogs}
 case $agent_bin in /*) ;; *) agent_bin=$top/$agent_bin ;; esac
@@ -73,7 +73,7 @@ run() {  # run NAME KEYS...: prints "kills terms" and the counts per log
   end=$((SECONDS + duration))
   while [ "$SECONDS" -lt "$end" ]; do
     sleep $((2 + RANDOM % 4))
-    if (((kills + terms) % 4 == 3)); then kill -TERM "$pid"; terms=$((terms + 1)); else kill -KILL "$pid"; kills=$((kills + 1)); fi
+    if (((kills + terms) % 5 == 4)); then kill -TERM "$pid"; terms=$((terms + 1)); else kill -KILL "$pid"; kills=$((kills + 1)); fi
     wait "$pid" 2>/dev/null || true
     sleep 1
     start
