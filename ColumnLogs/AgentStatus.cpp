@@ -203,7 +203,7 @@ uint64_t CAgentStatus::fSignature(const std::vector<ST_ROW>& l_vstRows) const {
                                static_cast<uint64_t>(l_stRow.m_dRate), l_stRow.m_ulEventsMinute,
                                l_stRow.m_ulPassedOverMinute, static_cast<uint64_t>(l_stRow.m_bMissing),
                                static_cast<uint64_t>(l_stRow.m_bFalling), l_stCounts.m_ulLinesRead,
-                               l_stCounts.m_ulLinesMatched, l_stCounts.m_ulLinesPassedOver})
+                               l_stCounts.m_ulLinesMatched, l_stCounts.m_ulLinesPassedOver, l_stCounts.m_ulLinesDeferred})
       l_fMix(l_ulValue);
     for (uint64_t l_ulValue : l_stCounts.m_vulEvents) l_fMix(l_ulValue);
     for (uint64_t l_ulValue : l_stCounts.m_vulDeferred) l_fMix(l_ulValue);
@@ -266,6 +266,10 @@ std::string CAgentStatus::fFormat(const std::vector<ST_ROW>& l_vstRows, time_t l
               m_vstEntries[r.m_nIndx].m_vulDeferred[l_nReason]);
     }
   }
+  l_fCounter("columnlogs_entry_deferred_lines_total",
+             "Lines that a turn stopped early left for a later cycle (DEFER_EVENTS), counted when a later turn reads "
+             "them: delayed, not lost.",
+             &ST_ENTRY_COUNTS::m_ulLinesDeferred);
   l_fGauge("columnlogs_entry_events_last_minute", "Events fired in the last minute.",
            [](R r) { return r.m_ulEventsMinute; });
   l_fGauge("columnlogs_entry_lines_passed_over_last_minute", "Lines passed over by the event ceiling in the last minute.",

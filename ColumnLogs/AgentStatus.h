@@ -65,6 +65,10 @@ class CAgentStatus {
   void fDeferred(int l_nIndx, EN_DEFER_REASON l_enReason) {
     if (fValid(l_nIndx)) ++m_vstEntries[l_nIndx].m_vulDeferred[l_enReason];
   }
+  // A line of entry `l_nIndx` that an earlier turn left for a later cycle was reached.
+  void fLineDeferred(int l_nIndx) {
+    if (fValid(l_nIndx)) ++m_vstEntries[l_nIndx].m_ulLinesDeferred;
+  }
   void fReadPause() { ++m_ulReadPauses; }
   void fWriteFailure() { ++m_ulWriteFailures; }
   void fHandOffFailure() { ++m_ulHandOffFailures; }
@@ -97,6 +101,7 @@ class CAgentStatus {
     uint64_t m_ulLinesPassedOver = 0;  // of those, lines not evaluated (event ceiling)
     uint64_t m_vulEvents[STATUS_KINDS] = {};
     uint64_t m_vulDeferred[DEFER_REASONS] = {};  // turns stopped early, by reason
+    uint64_t m_ulLinesDeferred = 0;              // lines those turns left, reached later
     // Previous write: bytes behind, for "falls behind".
     long long m_llPrevBehind = -1;
     time_t m_tMissingSince = 0;  // 0: the file is there

@@ -207,7 +207,7 @@ class CColumnLogger {
 
   // DEFER_EVENTS (DeferEvents.h), in ColumnLoggerDefer.cpp. At the start of
   // a turn reading from offset `l_lStart`:
-  void fDeferTurnStart(long l_lStart);
+  void fDeferTurnStart(int l_nIndx, long l_lStart, int l_nFd);
   // After the line ending at offset `l_lLineEnd` was offered: true when the
   // turn must stop, with `*l_plKeep` the offset the next turn starts from.
   bool fDeferLineDone(int l_nIndx, long l_lLineEnd, long* l_plKeep);
@@ -217,6 +217,12 @@ class CColumnLogger {
   // After a failed write of the event buffer: cuts the file back to the end
   // of the last log line whose events all stayed, and moves the safe offset there.
   void fDeferCutBack();
+  // A turn of entry `l_nIndx` left the lines after offset `l_lFrom` for a
+  // later cycle: those up to the file's size now count as deferred lines in
+  // the status file when they are evaluated.
+  void fDeferNoteRest(int l_nIndx, long l_lFrom);
+  int m_nDeferFd = -1;                // the file of the running turn
+  std::pair<long, long> m_vstDeferredSpan[MAX_WATCHED_LOGS + 1] = {};  // by entry: lines left, (from, to]
   long m_lDeferSafe = 0;              // offset up to which every line's events are written
   bool m_bDeferWriteFailed = false;   // an event write of this turn failed
   // Log line ends in the event buffer: (bytes held after the line, offset of its end).

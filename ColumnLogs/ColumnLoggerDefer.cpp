@@ -1,5 +1,6 @@
 // DEFER_EVENTS: a turn stops at the event ceiling or at a failed event write
 // and leaves its offset where the next cycle must go on (see DeferEvents.h).
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "AgentStatus.h"
@@ -9,7 +10,11 @@
 
 bool g_bDeferEvents = false;
 
-void CColumnLogger::fDeferTurnStart(long l_lStart) {
+void CColumnLogger::fDeferTurnStart(int l_nIndx, long l_lStart, int l_nFd) {
+  m_nDeferFd = l_nFd;
+  // A turn that starts before the lines left last time reads another file.
+  if (l_nIndx >= 1 && l_nIndx <= MAX_WATCHED_LOGS && l_lStart < m_vstDeferredSpan[l_nIndx].first)
+    m_vstDeferredSpan[l_nIndx] = {0, 0};
   m_lDeferSafe = l_lStart;
   m_bDeferWriteFailed = false;
   m_vDeferMarks.clear();
@@ -33,7 +38,16 @@ void CColumnLogger::fDeferCutBack() {
   }
 }
 
+void CColumnLogger::fDeferNoteRest(int l_nIndx, long l_lFrom) {
+  struct stat l_stStat;
+  if (g_pclAgentStatus == nullptr || l_nIndx < 1 || l_nIndx > MAX_WATCHED_LOGS || fstat(m_nDeferFd, &l_stStat) != 0) return;
+  m_vstDeferredSpan[l_nIndx] = {l_lFrom, static_cast<long>(l_stStat.st_size)};
+}
+
 bool CColumnLogger::fDeferLineDone(int l_nIndx, long l_lLineEnd, long* l_plKeep) {
+  if (g_pclAgentStatus != nullptr && l_nIndx >= 1 && l_nIndx <= MAX_WATCHED_LOGS &&
+      l_lLineEnd > m_vstDeferredSpan[l_nIndx].first && l_lLineEnd <= m_vstDeferredSpan[l_nIndx].second)
+    g_pclAgentStatus->fLineDeferred(l_nIndx);
   // Written at a line end, so that a write holds whole lines' events.
   if (m_nEventBufLen > 0) {
     if (!m_vDeferMarks.empty() && m_vDeferMarks.back().first == m_nEventBufLen) {
@@ -52,6 +66,7 @@ bool CColumnLogger::fDeferLineDone(int l_nIndx, long l_lLineEnd, long* l_plKeep)
       fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LOG%02d event ceiling reached, the rest waits for the next cycle (offset %ld)", l_nIndx,
                   l_lLineEnd);
       if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fDeferred(l_nIndx, DEFER_CEILING);
+      fDeferNoteRest(l_nIndx, l_lLineEnd);
       return true;
     }
   }
@@ -67,5 +82,6 @@ long CColumnLogger::fDeferTurnEnd(int l_nIndx, long l_lEnd) {
   m_vDeferMarks.clear();
   fgLogRecord(LOG_GRADE_INFO, LOG_CODE_GATHER, "LOG%02d events not written, read again from offset %ld next cycle", l_nIndx, m_lDeferSafe);
   if (g_pclAgentStatus != nullptr) g_pclAgentStatus->fDeferred(l_nIndx, DEFER_WRITE_FAILED);
+  fDeferNoteRest(l_nIndx, m_lDeferSafe);
   return m_lDeferSafe;
 }

@@ -163,7 +163,7 @@ void CColumnLogger::fReadTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE* l_pstFd, 
   // what the reader has handed out.
   const long l_lTurnStart = g_bDeferEvents ? ftell(l_pstFd) : 0;
   long l_lConsumed = 0;
-  if (g_bDeferEvents) fDeferTurnStart(l_lTurnStart);
+  if (g_bDeferEvents) fDeferTurnStart(l_pstLogFileInfo->m_nIndx, l_lTurnStart, fileno(l_pstFd));
   for (;;) {
     const long l_lPieceLen = l_clReader.fNext(l_strPiece, READ_PIECE_SIZE - 1);
     if (l_lPieceLen == 0) break;

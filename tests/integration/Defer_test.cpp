@@ -4,6 +4,7 @@
 #include <sys/mount.h>
 
 #include <cerrno>
+#include <csignal>
 #include <set>
 
 #include "TestSupport.h"
@@ -32,11 +33,18 @@ TEST(DeferEvents, BacklogBeyondTheCeiling) {
   for (const bool defer : {false, true}) {
     SCOPED_TRACE(defer ? "DEFER_EVENTS=1" : "no key");
     AgentDir agent;
-    agent.Start({CpuRule(1, agent.AppLog(Firing(1, 250)))}, "log", "out", false, defer ? DEFER : "");
+    const std::string status = agent.Path("agent.prom");
+    agent.Start({CpuRule(1, agent.AppLog(Firing(1, 250)))}, "log", "out", false,
+                (defer ? DEFER : "") + ("STATUS_FILE=" + status + "\n"));
     ASSERT_TRUE(agent.WaitForEvents(defer ? 250 : 101));
     ASSERT_TRUE(agent.WaitForCycles(2));
     EXPECT_EQ(Seqs(agent.Events()), Range(1, defer ? 250 : 101));
     EXPECT_EQ(Count(agent.Diag(), "event ceiling reached, the rest waits for the next cycle"), defer ? 2u : 0u);
+    // The lines past the first stop are counted once each, when a later turn reaches them.
+    ASSERT_TRUE(agent.Agent().Signal(SIGTERM));
+    ASSERT_EQ(agent.Agent().Wait(10000), 0);
+    const std::string deferred = "columnlogs_entry_deferred_lines_total{entry=\"01\",file=\"" + agent.Path("logs/app.log") + "\"} ";
+    EXPECT_NE(ReadFile(status).find(deferred + (defer ? "149" : "0") + "\n"), std::string::npos) << ReadFile(status);
   }
 }
 
