@@ -15,4 +15,4 @@ if [ ! -x "$agent" ]; then
 fi
 keep=()
 [ "${SOAK_KEEP:-0}" = 1 ] && keep=(--keep)
-exec python3 "$root/tests/soak/soak.py" --agent "$agent" --duration "${SOAK_SECONDS:-600}" "${keep[@]}"
+exec python3 "$root/bench/soak/soak.py" --agent "$agent" --duration "${SOAK_SECONDS:-600}" "${keep[@]}"
