@@ -54,9 +54,10 @@ bool fgSameFile(int l_nFd, const ST_FILE_ID& l_stWas) {
          l_stNow.m_ulPrint == l_stWas.m_ulPrint;
 }
 
-EN_FOUND fgFindFile(const std::string& l_strDir, const std::string& l_strStem, const ST_FILE_ID& l_stWas, off_t l_lMinSize,
-                    std::string* l_pstrFound) {
-  DirHandle l_pstDir(opendir(l_strDir.c_str()));
+EN_FOUND fgFindFile(const std::string& l_strWas, const ST_FILE_ID& l_stWas, off_t l_lMinSize, std::string* l_pstrFound) {
+  const size_t l_nSlash = l_strWas.rfind('/');
+  const std::string l_strDir = l_strWas.substr(0, l_nSlash + 1), l_strStem = l_strWas.substr(l_nSlash + 1);
+  DirHandle l_pstDir(opendir(l_strDir.empty() ? "." : l_strDir.c_str()));
   if (!l_pstDir) return FOUND_NONE;
   std::string l_strCopy;
   struct timespec l_stCopyTime = {};

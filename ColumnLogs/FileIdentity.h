@@ -35,13 +35,12 @@ bool fgSameFile(int l_nFd, const ST_FILE_ID& l_stWas);
 // How a file found by fgFindFile continues the one that was read.
 enum EN_FOUND { FOUND_NONE, FOUND_SAME_FILE, FOUND_COPY };
 
-// Looks in directory `l_strDir` for the file that `l_stWas` is now (renamed:
-// same device, inode and first bytes) and, failing that, for a copy of it (a
-// regular file whose name starts with `l_strStem`, with the same first bytes
-// and at least `l_lMinSize` bytes; the newest such). Its path goes to
-// `*l_pstrFound`.
-EN_FOUND fgFindFile(const std::string& l_strDir, const std::string& l_strStem, const ST_FILE_ID& l_stWas, off_t l_lMinSize,
-                    std::string* l_pstrFound);
+// Looks in the directory of `l_strWas` (the path `l_stWas` was read under)
+// for the file that `l_stWas` is now (renamed: same device, inode and first
+// bytes) and, failing that, for a copy of it (a regular file whose name starts
+// with that of `l_strWas`, with the same first bytes and at least `l_lMinSize`
+// bytes; the newest such). Its path goes to `*l_pstrFound`.
+EN_FOUND fgFindFile(const std::string& l_strWas, const ST_FILE_ID& l_stWas, off_t l_lMinSize, std::string* l_pstrFound);
 
 // True when the file open on `l_nFd` holds a line end after offset `l_lFrom`,
 // looking at most at the next 64 KiB: a whole line there is still to be read.

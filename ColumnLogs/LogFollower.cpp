@@ -16,14 +16,6 @@
 
 CLogFollower* g_pclLogFollower = nullptr;
 
-namespace {
-
-// The directory part of a path (with its slash) and the name after it.
-std::string fDirOf(const std::string& l_strPath) { return l_strPath.substr(0, l_strPath.rfind('/') + 1); }
-std::string fBaseOf(const std::string& l_strPath) { return l_strPath.substr(l_strPath.rfind('/') + 1); }
-
-}  // namespace
-
 CLogFollower::~CLogFollower() {
   for (ST_FOLLOWED& l_stSlot : m_vstSlots) fLetGo(l_stSlot);
 }
@@ -102,8 +94,7 @@ int CLogFollower::fOnOpen(CColumnLogger& l_clLogger, ST_LOGFILE_INFO* l_pstLog, 
     // are in a copy, if one was made.
     std::string l_strCopy;
     const int l_nCopy =
-        fgFindFile(fDirOf(l_stSlot.m_strFile), fBaseOf(l_stSlot.m_strFile), l_stSlot.m_stId, l_pstLog->m_lOffSet,
-                   &l_strCopy) == FOUND_COPY
+        fgFindFile(l_stSlot.m_strFile, l_stSlot.m_stId, l_pstLog->m_lOffSet, &l_strCopy) == FOUND_COPY
             ? fgOpen(l_strCopy.c_str(), O_RDONLY | O_NONBLOCK, 0)
             : -1;
     if (l_nCopy < 0) {

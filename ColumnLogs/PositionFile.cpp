@@ -150,9 +150,7 @@ void CPositionFile::fRestoreOne(CColumnLogger& l_clLogger, const ST_RECORD& l_st
     l_enFound = FOUND_SAME_FILE;
     l_strFound = l_strWas;
   } else {
-    const size_t l_nSlash = l_strWas.rfind('/');
-    l_enFound = fgFindFile(l_strWas.substr(0, l_nSlash + 1), l_strWas.substr(l_nSlash + 1), l_stRecord.m_stId,
-                           l_stRecord.m_lOffSet, &l_strFound);
+    l_enFound = fgFindFile(l_strWas, l_stRecord.m_stId, l_stRecord.m_lOffSet, &l_strFound);
   }
   struct stat l_stStat;
   if (l_enFound == FOUND_NONE || stat(l_strFound.c_str(), &l_stStat) != 0 ||

@@ -9,6 +9,8 @@
 #   DURATION  seconds (default 120); AGENT the binary (default build/bin/ColumnLogs);
 #   LOG_MODE  the agents' diagnostic log (default NOLOG: no records, whose writes
 #             would hide a small difference)
+#   SYSCALLS=1  then counts each agent's system calls for another DURATION
+#             seconds under strace: exact where the CPU time is noisy
 set -euo pipefail
 trap 'echo "options-idle: failed (status $?) at line $LINENO: $BASH_COMMAND" >&2' ERR
 cd "$(dirname "$0")/.."
@@ -60,10 +62,20 @@ ns() { awk '{ print $1 }' "/proc/$1/schedstat"; }
 a0=$(ns "$plain_pid") b0=$(ns "$optioned_pid") t0=$(date +%s.%N)
 sleep "$duration"
 a1=$(ns "$plain_pid") b1=$(ns "$optioned_pid") t1=$(date +%s.%N)
-awk -v a="$((a1 - a0))" -v b="$((b1 - b0))" -v t0="$t0" -v t1="$t1" -v extra="$extra" -v when="$(date -u +%FT%TZ), load $(cut -d' ' -f1-3 /proc/loadavg)" 'BEGIN {
+awk -v a="$((a1 - a0))" -v b="$((b1 - b0))" -v t0="$t0" -v t1="$t1" -v extra="${extra//$'\n'/; }" -v when="$(date -u +%FT%TZ), load $(cut -d' ' -f1-3 /proc/loadavg)" 'BEGIN {
   s = t1 - t0
   printf "idle, 19 quiet logs, %.0f s side by side (%s)\n", s, when
   printf "  without the key: %.4f %% of a core (%.0f us a second)\n", a / 1e9 / s * 100, a / 1e3 / s
   printf "  with %s: %.4f %% of a core (%.0f us a second)\n", extra, b / 1e9 / s * 100, b / 1e3 / s
   printf "  ratio with / without: %.3f\n", (a > 0 ? b / a : 0)
 }'
+if [ "${SYSCALLS:-0}" = 1 ]; then
+  command -v strace >/dev/null || { echo "options-idle: strace is not installed: no system call count" >&2; exit 0; }
+  strace -c -o "$work/plain.calls" -p "$plain_pid" 2>/dev/null & tp=$!
+  strace -c -o "$work/optioned.calls" -p "$optioned_pid" 2>/dev/null & to=$!
+  sleep "$duration"
+  kill -INT "$tp" "$to"; wait "$tp" "$to" 2>/dev/null || true
+  calls() { awk '$NF == "total" { print $4 }' "$1"; }
+  echo "  system calls a second: $(awk -v n="$(calls "$work/plain.calls")" -v s="$duration" 'BEGIN { printf "%.1f", n / s }') without," \
+    "$(awk -v n="$(calls "$work/optioned.calls")" -v s="$duration" 'BEGIN { printf "%.1f", n / s }') with the key"
+fi

@@ -2,9 +2,11 @@
 // written twice; without the key they are passed over or dropped, as always. And, key or not, a short write never
 // hands off a part of an event line, nor an empty file.
 #include <sys/mount.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <csignal>
+#include <functional>
 #include <set>
 
 #include "TestSupport.h"
@@ -48,23 +50,34 @@ TEST(DeferEvents, BacklogBeyondTheCeiling) {
   }
 }
 
-// The output directory is gone for a few cycles: its lines' events come once it is back, or are lost.
-TEST(DeferEvents, OutputDirectoryGoneForAWhile) {
-  for (const bool defer : {false, true}) {
-    SCOPED_TRACE(defer ? "DEFER_EVENTS=1" : "no key");
-    AgentDir agent;
-    const std::string log = agent.AppLog("a,0,10\n");
-    agent.Start({CpuRule(1, log, 0)}, "log", "out", false, defer ? DEFER : "");
-    ASSERT_TRUE(agent.WaitForCycles(1));
-    ASSERT_EQ(rmdir(agent.Path("out").c_str()), 0) << strerror(errno);
-    ASSERT_TRUE(AppendFile(log, Firing(1, 30)));
-    ASSERT_TRUE(agent.WaitForCycles(3));
-    ASSERT_EQ(mkdir(agent.Path("out").c_str(), 0755), 0);
-    ASSERT_TRUE(AppendFile(log, Firing(31, 40)));
-    ASSERT_TRUE(agent.WaitForEvents(defer ? 40 : 10));
-    ASSERT_TRUE(agent.WaitForCycles(1));
-    EXPECT_EQ(Seqs(agent.Events()), Range(defer ? 1 : 31, 40));
-    EXPECT_EQ(Count(agent.Diag(), "events not written, read again from offset") > 0, defer);
+// The output directory is removed or read-only for a few cycles: its lines' events come once it is mended, or are
+// lost.
+TEST(DeferEvents, OutputDirectoryBrokenForAWhile) {
+  using Change = std::function<void(const std::string& out)>;
+  const struct { const char* name; bool unprivileged; Change fault, mend; } faults[] = {
+      {"removed", false, [](auto& out) { ASSERT_EQ(rmdir(out.c_str()), 0) << strerror(errno); },
+       [](auto& out) { ASSERT_EQ(mkdir(out.c_str(), 0755), 0); }},
+      {"read-only", true, [](auto& out) { ASSERT_EQ(chmod(out.c_str(), 0555), 0); },
+       [](auto& out) { ASSERT_EQ(chmod(out.c_str(), 0777), 0); }},
+  };
+  for (const auto& f : faults) {
+    if (SkipUnprivileged(f.unprivileged, f.name)) continue;
+    for (const bool defer : {false, true}) {
+      SCOPED_TRACE(std::string(f.name) + (defer ? ", DEFER_EVENTS=1" : ", no key"));
+      AgentDir agent;
+      const std::string log = agent.AppLog("a,0,10\n");
+      agent.Start({CpuRule(1, log, 0)}, "log", "out", f.unprivileged, defer ? DEFER : "");
+      ASSERT_TRUE(agent.WaitForCycles(1));
+      ASSERT_NO_FATAL_FAILURE(f.fault(agent.Path("out")));
+      ASSERT_TRUE(AppendFile(log, Firing(1, 30)));
+      ASSERT_TRUE(agent.WaitForCycles(3));
+      ASSERT_NO_FATAL_FAILURE(f.mend(agent.Path("out")));
+      ASSERT_TRUE(AppendFile(log, Firing(31, 40)));
+      ASSERT_TRUE(agent.WaitForEvents(defer ? 40 : 10));
+      ASSERT_TRUE(agent.WaitForCycles(1));
+      EXPECT_EQ(Seqs(agent.Events()), Range(defer ? 1 : 31, 40));
+      EXPECT_EQ(Count(agent.Diag(), "events not written, read again from offset") > 0, defer);
+    }
   }
 }
 

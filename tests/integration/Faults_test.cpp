@@ -7,13 +7,6 @@
 using Change = std::function<void(const std::string& path)>;
 #define SETUP(ok) ASSERT_TRUE(ok) << #ok << ": " << strerror(errno)  // a failed set-up call is no agent outcome
 
-// A file-mode fault needs the agent to run as nobody under root: skipped, with a note, if nobody cannot.
-bool SkipUnprivileged(bool unprivileged, const char* name) {
-  if (!unprivileged || geteuid() != 0 || NobodyCanRunAgent()) return false;
-  std::cout << "[ SKIPPED  ] " << name << ": user nobody cannot reach " << COLUMNLOGS_BIN << "\n";
-  return true;
-}
-
 // A changed file is read on from the right place; one gone or unreadable is reported every cycle, read once back.
 TEST(Faults, WatchedFileChangedOrUnreadableUnderTheAgent) {
   const std::string first = "a,b,91,padding-padding-padding-padding";

@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iostream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -165,6 +166,13 @@ inline bool NobodyCanRunAgent() {  // every directory above the binary must let 
 }
 
 // The agent as a child in `workdir`; `asNobody`: as user nobody (file modes bind root's children only so).
+// A file-mode fault needs the agent to run as nobody under root: skipped, with a note, if nobody cannot.
+inline bool SkipUnprivileged(bool unprivileged, const char* name) {
+  if (!unprivileged || geteuid() != 0 || NobodyCanRunAgent()) return false;
+  std::cout << "[ SKIPPED  ] " << name << ": user nobody cannot reach " << COLUMNLOGS_BIN << "\n";
+  return true;
+}
+
 class AgentProcess {
  public:
   AgentProcess(const std::string& workdir, const std::vector<std::string>& args, bool asNobody = false) {
