@@ -265,6 +265,12 @@ int CColumnLogger::fOpenForTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_ppst
   }
   fNoteQuietLog(l_pstLogFileInfo, nullptr);
 
+  // The name could not be opened: a followed file may still have lines.
+  auto l_fOpenFailed = [&]() {
+    fMarkFirstLook(l_pstLogFileInfo);
+    if (g_pclLogFollower != nullptr) g_pclLogFollower->fOnOpenFailed(*this, l_pstLogFileInfo);
+    return -1;
+  };
   if (l_pstLogFileInfo->m_chCreateType != 0) {
     if (g_nPrint == 1) {
       fprintf(stderr, "open file checking : [%d]%s\n", static_cast<int>(strlen(l_pstrOpenName)), l_pstrOpenName);
@@ -273,16 +279,11 @@ int CColumnLogger::fOpenForTurn(ST_LOGFILE_INFO* l_pstLogFileInfo, FILE** l_ppst
     }
     *l_ppstFd = fOpenLogStream(l_pstrOpenName);
     if (*l_ppstFd == nullptr) {
-      const int l_nErr = errno;
-      fMarkFirstLook(l_pstLogFileInfo);
-      fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, l_nErr, "%s log file open fail", l_pstrOpenName);
-      if (g_pclLogFollower != nullptr) g_pclLogFollower->fOnOpenFailed(*this, l_pstLogFileInfo);
-      return -1;
+      fgLogErrno(LOG_GRADE_INFO, LOG_CODE_GATHER, errno, "%s log file open fail", l_pstrOpenName);
+      return l_fOpenFailed();
     }
   } else if (fLogFileOpen(l_pstrOpenName, l_ppstFd) != 1) {
-    fMarkFirstLook(l_pstLogFileInfo);
-    if (g_pclLogFollower != nullptr) g_pclLogFollower->fOnOpenFailed(*this, l_pstLogFileInfo);
-    return -1;
+    return l_fOpenFailed();
   }
   if (g_pclLogFollower != nullptr && g_pclLogFollower->fOnOpen(*this, l_pstLogFileInfo, *l_ppstFd, l_pstrOpenName) != 1) {
     fclose(*l_ppstFd);
