@@ -110,7 +110,10 @@ int CLogFollower::fOnOpen(CColumnLogger& l_clLogger, ST_LOGFILE_INFO* l_pstLog, 
   }
   // The name means another file than the one read.
   if (l_stSlot.m_nFd >= 0) {
-    if (l_stStat.st_size == 0) {
+    // While the new file is empty its writer may still be writing to the held
+    // one, unless that one is deleted.
+    struct stat l_stHeld;
+    if (l_stStat.st_size == 0 && fstat(l_stSlot.m_nFd, &l_stHeld) == 0 && l_stHeld.st_nlink > 0) {
       fReadHeld(l_clLogger, l_pstLog, l_stSlot);
       return -1;
     }

@@ -9,7 +9,8 @@
 //   - the name means another file now (rename rotation, the next dated file, a
 //     newer wildcard match): the held file is read to its end first, then let
 //     go, and the new file is read from its start. While the new file is still
-//     empty the held one goes on being read (its writer has not moved yet);
+//     empty the held one goes on being read (its writer has not moved yet),
+//     unless it is deleted;
 //   - the same file, but shorter than the offset or with other first bytes
 //     (copytruncate): the copy beside it (a file whose name starts with the
 //     log's and that has the same first bytes) is read from the offset to its

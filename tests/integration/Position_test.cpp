@@ -90,13 +90,13 @@ TEST(PositionFile, RecordThatNoLongerFitsIsDroppedWithItsReason) {
 // A rotation between two cycles (FOLLOW_ROTATION) or while the agent is down (POSITION_FILE): line 2 is appended
 // to the file before it rotates, line 3 to the file the name means afterwards; neither is lost or read twice.
 TEST(FollowRotation, FileReadBeforeTheRotationIsReadToItsEndFirst) {
-  using Rotate = std::function<void(const std::string& dir)>;  // dir: the logs directory, with a slash
-  const Rotate rename_rotation = [](const std::string& dir) {
+  using Rotate = std::function<void(const std::string& dir, AgentDir&)>;  // dir: the logs directory, with a slash
+  const Rotate rename_rotation = [](const std::string& dir, AgentDir&) {
     ASSERT_TRUE(AppendFile(dir + "app.log", Line(2) + "\n"));
     ASSERT_EQ(rename((dir + "app.log").c_str(), (dir + "app.log.1").c_str()), 0);
     ASSERT_TRUE(WriteFile(dir + "app.log", Line(3) + "\n"));
   };
-  const Rotate copytruncate = [](const std::string& dir) {
+  const Rotate copytruncate = [](const std::string& dir, AgentDir&) {
     ASSERT_TRUE(AppendFile(dir + "app.log", Line(2) + "\n"));
     ASSERT_TRUE(WriteFile(dir + "app.log.1", ReadFile(dir + "app.log")));
     ASSERT_EQ(truncate((dir + "app.log").c_str(), 0), 0);
@@ -106,18 +106,27 @@ TEST(FollowRotation, FileReadBeforeTheRotationIsReadToItsEndFirst) {
       {"rename and create", "app.log", 1, false, rename_rotation},
       {"copytruncate", "app.log", 1, false, copytruncate},
       {"a newer wildcard match", "app*.log", 0, false,
-       [](const std::string& dir) {
+       [](const std::string& dir, AgentDir&) {
          ASSERT_TRUE(AppendFile(dir + "app.log", Line(2) + "\n"));
          const struct timespec past[2] = {{time(nullptr) - 60, 0}, {time(nullptr) - 60, 0}};
          ASSERT_EQ(utimensat(AT_FDCWD, (dir + "app.log").c_str(), past, 0), 0);
          ASSERT_TRUE(WriteFile(dir + "app2.log", Line(3) + "\n"));
        }},
       {"deleted, then created again", "app.log", 1, false,
-       [](const std::string& dir) {
+       [](const std::string& dir, AgentDir&) {
          ASSERT_TRUE(AppendFile(dir + "app.log", Line(2) + "\n"));
          ASSERT_EQ(unlink((dir + "app.log").c_str()), 0);
          usleep(2500 * 1000);  // more than a cycle without the name
          ASSERT_TRUE(WriteFile(dir + "app.log", Line(3) + "\n"));
+       }},
+      {"deleted and created again empty", "app.log", 1, false,
+       [](const std::string& dir, AgentDir& agent) {
+         ASSERT_TRUE(AppendFile(dir + "app.log", Line(2) + "\n"));
+         ASSERT_EQ(unlink((dir + "app.log").c_str()), 0);
+         ASSERT_TRUE(WriteFile(dir + "app.log", ""));
+         ASSERT_TRUE(agent.WaitForCycles(2));  // the deleted file is let go once read, the new one still empty
+         EXPECT_FALSE(agent.Agent().HoldsDeletedFile());
+         ASSERT_TRUE(AppendFile(dir + "app.log", Line(3) + "\n"));
        }},
       {"renamed while the agent was down", "app.log", 1, true, rename_rotation},
       {"copytruncate while the agent was down", "app.log", 1, true, copytruncate},
@@ -136,7 +145,7 @@ TEST(FollowRotation, FileReadBeforeTheRotationIsReadToItsEndFirst) {
     ASSERT_TRUE(agent.WaitForEvents(1));
     ASSERT_TRUE(agent.WaitForCycles(1));
     if (c.restart) StopWith(agent, SIGTERM);
-    ASSERT_NO_FATAL_FAILURE(c.rotate(dir));
+    ASSERT_NO_FATAL_FAILURE(c.rotate(dir, agent));
     if (c.restart) agent.Start({entry}, "log", "out", false, keys);
     EXPECT_EQ(agent.SettledEvents(3), Events({1, 2, 3})) << agent.Diag();
   }

@@ -196,6 +196,15 @@ class AgentProcess {
   std::string Stderr() const { return ReadFile(m_errPath); }
   std::string Stdout() const { return ReadFile(m_outPath); }
   bool Signal(int sig) const { return m_pid > 0 && !m_reaped && kill(m_pid, sig) == 0; }
+  bool HoldsDeletedFile() const {  // an open descriptor of the agent names a deleted file
+    const std::string fds = "/proc/" + std::to_string(m_pid) + "/fd";
+    for (const auto& name : ListDir(fds)) {
+      char target[4096] = {0};
+      const ssize_t len = readlink((fds + "/" + name).c_str(), target, sizeof(target) - 1);
+      if (len > 10 && std::string(target, len).rfind(" (deleted)") == static_cast<size_t>(len) - 10) return true;
+    }
+    return false;
+  }
 
  private:
   pid_t m_pid = -1;
