@@ -9,9 +9,9 @@
 #   c-DATED.log  a dated name (DATED, default [YYYYMMDDhhmm]: a new file each
 #          minute; a run shorter than a minute starts in the last 20 seconds
 #          of one, so that the name turns over while it runs).
-# Meanwhile the agent is killed every 2 to 5 seconds (SIGKILL, every fifth
-# time SIGTERM) and started again a second later. Run with POSITION_FILE and
-# FOLLOW_ROTATION, then without them.
+# Meanwhile the agent is killed every 2 to 5 seconds (SIGKILL; the third of
+# every five stops is a SIGTERM) and started again a second later. Run with
+# POSITION_FILE and FOLLOW_ROTATION, then without them.
 #   DURATION (default 200), RATE (default 10), SEED (default 1), DATED,
 #   ONLY=keys (the run with the keys only), AGENT (default build/bin/ColumnLogs)
 # Prints one line per run and log: lines written, missing, repeated.
@@ -73,7 +73,7 @@ run() {  # run NAME KEYS...: prints "kills terms" and the counts per log
   end=$((SECONDS + duration))
   while [ "$SECONDS" -lt "$end" ]; do
     sleep $((2 + RANDOM % 4))
-    if (((kills + terms) % 5 == 4)); then kill -TERM "$pid"; terms=$((terms + 1)); else kill -KILL "$pid"; kills=$((kills + 1)); fi
+    if (((kills + terms) % 5 == 2)); then kill -TERM "$pid"; terms=$((terms + 1)); else kill -KILL "$pid"; kills=$((kills + 1)); fi
     wait "$pid" 2>/dev/null || true
     sleep 1
     start
