@@ -38,7 +38,6 @@ bool fgFileIdentity(int l_nFd, long l_lLimit, ST_FILE_ID* l_pstOut) {
   l_pstOut->m_stDev = l_stStat.st_dev;
   l_pstOut->m_stIno = l_stStat.st_ino;
   l_pstOut->m_lPrintLen = l_lLen;
-  l_pstOut->m_lSize = l_stStat.st_size;
   return true;
 }
 

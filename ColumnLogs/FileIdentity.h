@@ -14,7 +14,6 @@ struct ST_FILE_ID {
   ino_t m_stIno = 0;
   long m_lPrintLen = 0;    // bytes hashed: the first ones, at most FINGERPRINT_BYTES
   uint64_t m_ulPrint = 0;  // their FNV-1a hash
-  off_t m_lSize = 0;       // the size when the identity was taken
 };
 
 // The bytes hashed for an identity: a file's first ones, up to this many.
